@@ -1,0 +1,70 @@
+#include <unistd.h>
+
+#include <filesystem>
+#include <mutex>
+
+#include "platform/InfoPlist.h"
+#include "platform/Platform.h"
+#include "platform/linux/BundleLayout.h"
+
+namespace orvistelle::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string RunningExecutable() {
+  std::error_code error;
+  fs::path exe = fs::read_symlink("/proc/self/exe", error);
+  return error ? std::string() : exe.string();
+}
+
+}  // namespace
+
+BundleLocation LocateBundle(const std::string& executablePath) {
+  fs::path executable(executablePath);
+  fs::path macos = executable.parent_path();
+  fs::path contents = macos.parent_path();
+  fs::path app = contents.parent_path();
+  if (macos.filename() == "MacOS" && contents.filename() == "Contents" && app.extension() == ".app") {
+    return {app.string(), executable.string(), (contents / "Resources").string(), (contents / "PlugIns").string()};
+  }
+  return {macos.string(), executable.string(), macos.string(), ""};
+}
+
+namespace {
+
+class ExecutableBundle final : public Bundle {
+ public:
+  BundleLocation Main() override {
+    std::call_once(loaded_, [this] { Load(); });
+    return location_;
+  }
+
+  std::optional<std::string> InfoString(std::string_view key) override {
+    std::call_once(loaded_, [this] { Load(); });
+    auto found = info_.find(std::string(key));
+    if (found == info_.end()) return std::nullopt;
+    return found->second;
+  }
+
+ private:
+  void Load() {
+    location_ = LocateBundle(RunningExecutable());
+    if (location_.builtInPlugInsPath.empty()) return;
+    auto info = ReadInfoPlist((fs::path(location_.bundlePath) / "Contents" / "Info.plist").string());
+    if (info) info_ = std::move(*info);
+  }
+
+  std::once_flag loaded_;
+  BundleLocation location_;
+  std::map<std::string, std::string> info_;
+};
+
+}  // namespace
+
+Bundle& Bundle::Default() {
+  static ExecutableBundle bundle;
+  return bundle;
+}
+
+}  // namespace orvistelle::platform

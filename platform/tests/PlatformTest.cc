@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "platform/InfoPlist.h"
+#include "platform/Platform.h"
+#include "platform/linux/BundleLayout.h"
+
+namespace orvistelle::platform {
+namespace {
+
+struct EnvCase {
+  std::map<std::string, std::string> env;
+  std::optional<std::string> tag;
+};
+
+class LanguageTagTest : public ::testing::TestWithParam<EnvCase> {};
+
+TEST_P(LanguageTagTest, PicksFirstNamedLocaleWithoutEncodingOrModifier) {
+  const EnvCase& c = GetParam();
+  auto lookup = [&c](const char* name) -> const char* {
+    auto found = c.env.find(name);
+    return found == c.env.end() ? nullptr : found->second.c_str();
+  };
+  EXPECT_EQ(LanguageTagFromEnvironment(lookup), c.tag);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Environments, LanguageTagTest,
+    ::testing::Values(
+        EnvCase{{}, std::nullopt}, EnvCase{{{"LANG", ""}}, std::nullopt},
+        EnvCase{{{"LANG", "C"}}, std::nullopt}, EnvCase{{{"LANG", "POSIX"}}, std::nullopt},
+        EnvCase{{{"LANG", "C.UTF-8"}}, std::nullopt},
+        EnvCase{{{"LANG", "zh_HK.UTF-8"}}, "zh_HK"}, EnvCase{{{"LANG", "de_DE.UTF-8@euro"}}, "de_DE"},
+        EnvCase{{{"LANG", "sr_RS@latin"}}, "sr_RS"},
+        EnvCase{{{"LANGUAGE", "pt_PT:pt:en"}, {"LANG", "de_DE.UTF-8"}}, "pt_PT"},
+        EnvCase{{{"LANGUAGE", ":ja"}, {"LANG", "ko_KR.UTF-8"}}, "ko_KR"},
+        EnvCase{{{"LC_ALL", "ja_JP.UTF-8"}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "de_DE"}}, "ja_JP"},
+        EnvCase{{{"LC_ALL", ""}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "de_DE"}}, "fr_FR"},
+        EnvCase{{{"LANGUAGE", "ZH_tw"}}, "ZH_tw"}));
+
+TEST(InfoPlist, ReadsStringValuesAndSkipsOthers) {
+  auto info = ParseInfoPlist(R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">
+<dict>
+  <key>CFBundleIdentifier</key><string>net.example.app</string>
+  <key>LSUIElement</key><true/>
+  <key>Nested</key><dict><key>Inner</key><string>x</string><array><string>y</string></array></dict>
+  <key>CFBundleShortVersionString</key>
+  <string>1.2.3 &amp; &lt;beta&gt;</string>
+  <key>Empty</key><string></string>
+</dict>
+</plist>)");
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->at("CFBundleIdentifier"), "net.example.app");
+  EXPECT_EQ(info->at("CFBundleShortVersionString"), "1.2.3 & <beta>");
+  EXPECT_EQ(info->at("Empty"), "");
+  EXPECT_FALSE(info->count("LSUIElement"));
+  EXPECT_FALSE(info->count("Inner"));
+}
+
+TEST(InfoPlist, RejectsWhatIsNotAPropertyListDictionary) {
+  for (const char* text : {"", "not xml", "<plist><array/></plist>", "<plist><dict><key>a</key>",
+                           "<plist><dict><key>a</key><string>b</dict></plist>",
+                           "<plist><dict><key>a</key><string>&bogus;</string></dict></plist>",
+                           "<plist><dict><string>b</string></dict></plist>"}) {
+    EXPECT_FALSE(ParseInfoPlist(text)) << text;
+  }
+}
+
+TEST(BundleLayout, RecognisesAppBundleShapeOnly) {
+  BundleLocation app = LocateBundle("/opt/X Y.app/Contents/MacOS/exe");
+  EXPECT_EQ(app.bundlePath, "/opt/X Y.app");
+  EXPECT_EQ(app.resourcePath, "/opt/X Y.app/Contents/Resources");
+  EXPECT_EQ(app.builtInPlugInsPath, "/opt/X Y.app/Contents/PlugIns");
+
+  for (const char* bare : {"/usr/bin/exe", "/opt/X/Contents/MacOS/exe", "/opt/X.app/Other/MacOS/exe", "/exe"}) {
+    BundleLocation plain = LocateBundle(bare);
+    EXPECT_EQ(plain.bundlePath, plain.resourcePath) << bare;
+    EXPECT_EQ(plain.builtInPlugInsPath, "") << bare;
+  }
+}
+
+}  // namespace
+}  // namespace orvistelle::platform

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs, with apt-get and only when missing, every Debian 12 package needed to build, run and test.
+# Safe to run again: a machine that already has everything makes no change and needs no network.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  g++ clang clang-tidy libclang-rt-14-dev cmake ninja-build pkg-config
+  # libraries
+  qt6-base-dev qt6-svg-dev libgl-dev libcurl4-openssl-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
+  libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev
+  # running the window and the tests headless
+  xvfb xauth x11-utils fonts-noto-cjk fonts-dejavu-core xdg-utils desktop-file-utils
+  # end-to-end sign-in in a real browser; reference runs for the benchmarks
+  chromium nodejs gettext imagemagick
+)
+# A Node.js from outside Debian ships its own npm, and Debian's npm package conflicts with it.
+command -v npm >/dev/null 2>&1 || packages+=(npm)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "bootstrap: installing ${missing[*]}" >&2
+sudo_cmd=()
+[ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -qq
+"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
 #include <map>
 
 #include "platform/InfoPlist.h"
@@ -80,6 +85,66 @@ TEST(BundleLayout, RecognisesAppBundleShapeOnly) {
     EXPECT_EQ(plain.bundlePath, plain.resourcePath) << bare;
     EXPECT_EQ(plain.builtInPlugInsPath, "") << bare;
   }
+}
+
+}  // namespace
+}  // namespace orvistelle::platform
+
+namespace orvistelle::platform {
+namespace {
+
+class RecordingLog final : public SystemLog {
+ public:
+  void Write(std::string_view line) override { lines.emplace_back(line); }
+  std::vector<std::string> lines;
+};
+
+// Replaces PATH for one test so that the real xdg-open is never reached.
+class ScopedPath {
+ public:
+  explicit ScopedPath(const std::string& path) : saved_(std::getenv("PATH") ? std::getenv("PATH") : "") {
+    setenv("PATH", path.c_str(), 1);
+  }
+  ~ScopedPath() { setenv("PATH", saved_.c_str(), 1); }
+
+ private:
+  std::string saved_;
+};
+
+std::string TempDir() {
+  std::string pattern = ::testing::TempDir() + "browser-XXXXXX";
+  return mkdtemp(pattern.data());
+}
+
+TEST(Browser, PassesTheUrlAsOneArgumentWithoutAShell) {
+  std::string dir = TempDir();
+  std::string out = dir + "/argv";
+  {
+    std::ofstream script(dir + "/xdg-open");
+    script << "#!/bin/sh\nprintf '%s\\n' \"$#\" \"$1\" > '" << out << ".tmp' && mv '" << out << ".tmp' '" << out << "'\n";
+  }
+  chmod((dir + "/xdg-open").c_str(), 0755);
+  ScopedPath path(dir + ":/usr/bin:/bin");
+  const std::string url = "http://127.0.0.1/sign-in?a=1&b=$(touch " + dir + "/pwned);x";
+  Browser::Default().Open(url);
+
+  for (int i = 0; i < 200 && access(out.c_str(), F_OK) != 0; ++i) usleep(10000);
+  std::ifstream written(out);
+  std::string count, argument;
+  std::getline(written, count);
+  std::getline(written, argument);
+  EXPECT_EQ(count, "1");
+  EXPECT_EQ(argument, url);
+  EXPECT_NE(access((dir + "/pwned").c_str(), F_OK), 0);
+}
+
+TEST(Browser, MissingOpenerIsLoggedNotFatal) {
+  RecordingLog log;
+  ScopedSeam<SystemLog> guard(&log);
+  ScopedPath path(TempDir());
+  Browser::Default().Open("http://127.0.0.1/");
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_EQ(log.lines[0].rfind("[Orvistelle] could not open URL", 0), 0u) << log.lines[0];
 }
 
 }  // namespace

@@ -81,7 +81,8 @@ class AppDatabase {
   virtual ~AppDatabase() = default;
   // Registers the bundle with the database. 0 on success, a negative errno-style status on failure.
   virtual int Register(const std::string& bundlePath) = 0;
-  // Runs the system's registration tool on the bundle and waits for it; 0 whenever the tool launched.
+  // Runs the system's registration tool on the bundle and waits for it; 0 whenever the tool launched, whatever it
+  // answered, and a negative errno-style status when it could not be started.
   virtual int RunRegistrationTool(const std::string& bundlePath) = 0;
   // The bundle paths registered under the identifier, in the database's own order.
   virtual std::vector<std::string> ApplicationsWithBundleIdentifier(const std::string& bundleIdentifier) = 0;

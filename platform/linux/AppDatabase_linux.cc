@@ -1,0 +1,187 @@
+#include "platform/linux/AppDatabase_linux.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "platform/InfoPlist.h"
+#include "platform/linux/DesktopEntry.h"
+
+extern char** environ;
+
+namespace orvistelle::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+void WaitForChild(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+}
+
+bool IsFile(const fs::path& path) {
+  std::error_code error;
+  return fs::is_regular_file(path, error);
+}
+
+// What Register writes for one bundle, and under which file name.
+struct BundleEntry {
+  std::string fileName;  // "<CFBundleIdentifier>.desktop"
+  std::string text;
+};
+
+// A bundle the database can start: an Info.plist with an identifier, and an executable where the Info says.
+std::optional<BundleEntry> DescribeBundle(const fs::path& bundle) {
+  auto info = ReadInfoPlist((bundle / "Contents" / "Info.plist").string());
+  if (!info) return std::nullopt;
+  auto identifier = info->find("CFBundleIdentifier");
+  if (identifier == info->end() || identifier->second.empty() || identifier->second.find('/') != std::string::npos) {
+    return std::nullopt;
+  }
+  std::string stem = bundle.stem().string();
+  auto executableName = info->find("CFBundleExecutable");
+  fs::path executable = bundle / "Contents" / "MacOS" / (executableName != info->end() ? executableName->second : stem);
+  if (!IsFile(executable) || access(executable.c_str(), X_OK) != 0) return std::nullopt;
+  auto name = info->find("CFBundleName");
+
+  std::string text = "[Desktop Entry]\nType=Application\nVersion=1.5\n";
+  text += "Name=" + EscapeDesktopValue(name != info->end() ? name->second : stem) + "\n";
+  text += "Exec=" + EscapeDesktopValue(QuoteExecArgument(executable.string())) + "\n";
+  fs::path icon = bundle / "Contents" / "Resources" / "AppIcon.png";
+  if (IsFile(icon)) text += "Icon=" + EscapeDesktopValue(icon.string()) + "\n";
+  text += "Terminal=false\nCategories=AudioVideo;Video;\n";
+  text += std::string(kDesktopEntryBundleKey) + "=" + EscapeDesktopValue(bundle.string()) + "\n";
+  return BundleEntry{identifier->second + ".desktop", std::move(text)};
+}
+
+int WriteAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    ssize_t written = write(fd, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return -errno;
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+  return 0;
+}
+
+// A reader sees the old file or the new one, never a part: a temporary file beside it, renamed over it.
+int WriteFileAtomically(const fs::path& folder, const std::string& name, std::string_view text) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error) return -error.value();
+  std::string temporary = (folder / ("." + name + ".XXXXXX")).string();
+  int fd = mkstemp(temporary.data());
+  if (fd < 0) return -errno;
+  int status = WriteAll(fd, text);
+  if (status == 0 && fchmod(fd, 0644) != 0) status = -errno;
+  if (status == 0 && fsync(fd) != 0) status = -errno;
+  if (close(fd) != 0 && status == 0) status = -errno;
+  if (status == 0 && rename(temporary.c_str(), (folder / name).c_str()) != 0) status = -errno;
+  if (status != 0) unlink(temporary.c_str());
+  return status;
+}
+
+class XdgAppDatabase final : public AppDatabase {
+ public:
+  explicit XdgAppDatabase(XdgAppDatabaseSettings settings) : settings_(std::move(settings)) {}
+
+  int Register(const std::string& bundlePath) override {
+    auto entry = DescribeBundle(bundlePath);
+    if (!entry) return -ENOENT;
+    return WriteFileAtomically(ApplicationsFolder(DataHome()), entry->fileName, entry->text);
+  }
+
+  int RunRegistrationTool(const std::string& bundlePath) override {
+    auto entry = DescribeBundle(bundlePath);
+    if (!entry) return -ENOENT;
+    std::string staging = (fs::path(Variable("TMPDIR").value_or("/tmp")) / "orvistelle-entry-XXXXXX").string();
+    if (mkdtemp(staging.data()) == nullptr) return -errno;
+    int status = WriteFileAtomically(staging, entry->fileName, entry->text);
+    if (status == 0) status = SpawnToolAndWait((fs::path(staging) / entry->fileName).string());
+    std::error_code ignored;
+    fs::remove_all(staging, ignored);
+    return status;
+  }
+
+  std::vector<std::string> ApplicationsWithBundleIdentifier(const std::string& bundleIdentifier) override {
+    std::vector<std::string> bundles;
+    if (bundleIdentifier.empty() || bundleIdentifier.find('/') != std::string::npos) return bundles;
+    std::vector<fs::path> folders = DataDirs();
+    folders.insert(folders.begin(), DataHome());
+    for (const fs::path& folder : folders) {
+      auto entry = ReadDesktopEntry((ApplicationsFolder(folder) / (bundleIdentifier + ".desktop")).string());
+      if (!entry) continue;
+      auto bundle = entry->find(kDesktopEntryBundleKey);
+      if (bundle != entry->end() && !bundle->second.empty()) bundles.push_back(bundle->second);
+    }
+    return bundles;
+  }
+
+ private:
+  static fs::path ApplicationsFolder(const fs::path& dataFolder) { return dataFolder / "applications"; }
+
+  // XDG ignores a variable that is unset, empty or not absolute.
+  std::optional<std::string> Variable(const char* name) const {
+    const char* value = settings_.getenv(name);
+    if (value == nullptr || value[0] != '/') return std::nullopt;
+    return std::string(value);
+  }
+
+  fs::path DataHome() const {
+    return Variable("XDG_DATA_HOME").value_or((fs::path(Seam<Home>::Get().Directory()) / ".local/share").string());
+  }
+
+  std::vector<fs::path> DataDirs() const {
+    const char* value = settings_.getenv("XDG_DATA_DIRS");
+    std::string_view list = value != nullptr && *value != '\0' ? value : "/usr/local/share:/usr/share";
+    std::vector<fs::path> folders;
+    while (!list.empty()) {
+      size_t colon = list.find(':');
+      std::string_view folder = list.substr(0, colon);
+      if (!folder.empty() && folder.front() == '/') folders.emplace_back(folder);
+      list = colon == std::string_view::npos ? std::string_view() : list.substr(colon + 1);
+    }
+    return folders;
+  }
+
+  // No shell: the paths go to the tool as they are. 0 once it ran, whatever it answered.
+  int SpawnToolAndWait(const std::string& entryFile) const {
+    std::string tool = settings_.registrationTool;
+    std::string dirFlag = "--dir";
+    std::string folder = ApplicationsFolder(DataHome()).string();
+    std::string file = entryFile;
+    char* argv[] = {tool.data(), dirFlag.data(), folder.data(), file.data(), nullptr};
+    pid_t child = 0;
+    int error = posix_spawn(&child, tool.c_str(), nullptr, nullptr, argv, environ);
+    if (error != 0) return -error;
+    WaitForChild(child);
+    return 0;
+  }
+
+  XdgAppDatabaseSettings settings_;
+};
+
+}  // namespace
+
+std::unique_ptr<AppDatabase> MakeXdgAppDatabase(XdgAppDatabaseSettings settings) {
+  return std::make_unique<XdgAppDatabase>(std::move(settings));
+}
+
+AppDatabase& AppDatabase::Default() {
+  static std::unique_ptr<AppDatabase> database =
+      MakeXdgAppDatabase({[](const char* name) -> const char* { return std::getenv(name); },
+                          "/usr/bin/desktop-file-install"});
+  return *database;
+}
+
+}  // namespace orvistelle::platform

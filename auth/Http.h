@@ -1,0 +1,29 @@
+// Every request of the account session and the heartbeat: the backend's headers, one blocking exchange.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/HttpTransport.h"
+
+namespace orvistelle::auth {
+
+// An absolute http or https URL with a host, made only of the characters a URL may carry (no spaces, no control
+// or non-ASCII characters, "%" only as an escape).
+bool IsValidURL(std::string_view url);
+
+// The request that Http sends: "apikey" (the given key, else the built-in public key), "Authorization" (the bearer
+// token, else that same key), "Accept" and, with a body only (even an empty one), "Content-Type". Empty strings
+// count as absent. Nothing when the URL is not valid or a header value would carry a line break.
+std::optional<platform::HttpRequest> BackendRequest(std::string_view method, std::string_view url,
+                                                    std::string_view bearerToken,
+                                                    const std::optional<std::string>& body, std::string_view apiKey);
+
+// Sends the request above and blocks for at most 22 s. Writes the HTTP status through `status` when given (0 when
+// no answer came, the URL was not valid included) and returns the body, if any. Never retries, never logs.
+std::optional<std::string> Http(std::string_view method, std::string_view url, std::string_view bearerToken,
+                                const std::optional<std::string>& body, std::string_view apiKey, int64_t* status);
+
+}  // namespace orvistelle::auth

@@ -1,0 +1,93 @@
+// Browser sign-in through the relay table, sign-out, and the website's pages.
+#include <chrono>
+#include <thread>
+
+#include "auth/Background.h"
+#include "auth/Http.h"
+#include "auth/Json.h"
+#include "auth/Maintenance.h"
+#include "auth/Session.h"
+#include "auth/Settings.h"
+#include "auth/Status.h"
+#include "auth/Uuid.h"
+#include "orvistelle/BuildConfig.h"
+#include "orvistelle/FcpAuth.h"
+#include "orvistelle/FcpI18n.h"
+#include "platform/Platform.h"
+
+namespace orvistelle::auth {
+namespace {
+
+constexpr int kPollRounds = 30;
+
+struct RelayTokens {
+  std::string access;
+  std::string refresh;
+};
+
+// The relay answers an array of rows; the first row's "session_payload" carries the website's new session.
+std::optional<RelayTokens> FetchRelayTokens(const std::string& relayURL) {
+  int64_t status = 0;
+  std::optional<Json> rows =
+      ParseJson(Http("GET", relayURL, config::kPublicApiKey, std::nullopt, config::kPublicApiKey, &status));
+  if (status != 200 || !rows || !rows->is_array() || rows->empty()) return std::nullopt;
+  const Json* payload = ObjectMember(rows->front(), "session_payload");
+  if (payload == nullptr) return std::nullopt;
+  std::optional<std::string> access = NonEmptyStringMember(*payload, "access_token");
+  std::optional<std::string> refresh = NonEmptyStringMember(*payload, "refresh_token");
+  if (!access || !refresh) return std::nullopt;
+  return RelayTokens{*access, *refresh};
+}
+
+// Ends quietly once another sign-in, a sign-out or an expiry has superseded this attempt.
+void PollRelay(const std::string& flowId, uint32_t generation) {
+  AuthSettings settings = CurrentSettings();
+  std::string relayURL = settings.authBaseURL + "/rest/v1/auth_relay?id=eq." + flowId + "&select=session_payload";
+  std::optional<RelayTokens> tokens;
+  for (int round = 0; round < kPollRounds && !tokens; ++round) {
+    if (CurrentLoginGeneration() != generation) return;
+    tokens = FetchRelayTokens(relayURL);
+    if (!tokens) std::this_thread::sleep_for(settings.pollInterval);
+  }
+  if (!tokens) {
+    if (CurrentLoginGeneration() == generation) {
+      SetBusy(false);
+      SetStatusKey("auth.timeoutRetry", true);
+    }
+    return;
+  }
+  ApplyAccessToken(tokens->access, tokens->refresh, std::nullopt);
+  if (!CurrentSession().access.empty()) RefreshIfNeeded();
+  SetBusy(false);
+}
+
+// Only well-formed http(s) addresses reach the browser.
+void OpenURLString(const std::string& url) {
+  if (IsValidURL(url)) platform::Seam<platform::Browser>::Get().Open(url);
+}
+
+}  // namespace
+}  // namespace orvistelle::auth
+
+using namespace orvistelle::auth;
+
+void FcpAuthLogin() {
+  StartMaintenanceOnce();
+  uint32_t generation = NextLoginGeneration();
+  SetBusy(true);
+  SetStatusKey("auth.waitingBrowser", false);
+  std::string flowId = NewLowercaseUUID();
+  OpenURLString(FcpI18nSignInURL(flowId.c_str()));
+  RunInBackground([flowId, generation] { PollRelay(flowId, generation); });
+}
+
+void FcpAuthLogout() {
+  ClearSessionState();
+  SetStatusKey("auth.signedOut", false);
+}
+
+void FcpAuthOpenSignup() { OpenURLString(FcpI18nSignUpURL()); }
+void FcpAuthOpenTerms() { OpenURLString(FcpI18nTermsURL()); }
+void FcpAuthOpenPrivacy() { OpenURLString(FcpI18nPrivacyURL()); }
+void FcpAuthOpenSite() { OpenURLString(FcpI18nSiteURL()); }
+void FcpAuthOpenDocs() { OpenURLString(FcpI18nDocsURL()); }

@@ -1,0 +1,352 @@
+#include "tools/devbackend/DevBackend.h"
+
+#include <httplib.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tools/devbackend/Download.h"
+#include "tools/devbackend/Jwt.h"
+#include "tools/devbackend/Pages.h"
+#include "tools/devbackend/Store.h"
+
+namespace orvistelle::devbackend {
+namespace {
+
+using nlohmann::json;
+
+constexpr char kHost[] = "127.0.0.1";
+constexpr char kLanguagePrefix[] = "(?:/(zh|ja|ko|pt-BR|es))?";
+constexpr char kHtml[] = "text/html; charset=utf-8";
+constexpr int kDevPageRows = 50;
+
+void SendJson(httplib::Response& res, int status, const json& body) {
+  res.status = status;
+  res.set_content(body.dump(), "application/json");
+}
+
+void SendHtml(httplib::Response& res, int status, const std::string& html) {
+  res.status = status;
+  res.set_content(html, kHtml);
+}
+
+// The auth server's error form: {"code", "error_code", "msg"}.
+json AuthError(int code, std::string_view errorCode, std::string_view message) {
+  return {{"code", code}, {"error_code", errorCode}, {"msg", message}};
+}
+
+json PostgrestError(std::string_view code, std::string_view message, std::string_view details) {
+  return {{"code", code}, {"message", message}, {"details", details}, {"hint", nullptr}};
+}
+
+std::string Lowercase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+bool IsFlowId(const std::string& id) {
+  return !id.empty() && id.size() <= 64 &&
+         std::all_of(id.begin(), id.end(), [](unsigned char c) { return std::isalnum(c) || c == '-'; });
+}
+
+json UserJson(const User& user) {
+  std::string created = IsoTime(user.createdAt);
+  return {{"id", user.id},
+          {"aud", "authenticated"},
+          {"role", "authenticated"},
+          {"email", user.email},
+          {"email_confirmed_at", created},
+          {"app_metadata", {{"provider", "email"}, {"providers", {"email"}}}},
+          {"user_metadata", {{"email", user.email}}},
+          {"created_at", created},
+          {"updated_at", created}};
+}
+
+// The columns PostgREST would return for select=..., or the first unknown column's name.
+std::variant<std::vector<std::string>, std::string> SelectedColumns(const std::string& select) {
+  static const std::vector<std::string> kColumns = {"id", "session_payload", "created_at"};
+  if (select.empty() || select == "*") return kColumns;
+  std::vector<std::string> chosen;
+  std::stringstream list(select);
+  for (std::string column; std::getline(list, column, ',');) {
+    if (std::find(kColumns.begin(), kColumns.end(), column) == kColumns.end()) return column;
+    chosen.push_back(column);
+  }
+  return chosen;
+}
+
+}  // namespace
+
+struct DevBackend::Impl {
+  explicit Impl(Options o) : options(std::move(o)) {}
+
+  double Now() const {
+    if (options.clock) return options.clock();
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  }
+
+  std::string BaseURL() const { return std::string("http://") + kHost + ":" + std::to_string(port); }
+
+  // The gateway in front of the auth server and the database turns away requests without the project's key.
+  bool HasApiKey(const httplib::Request& req, httplib::Response& res) const {
+    std::string key = req.has_header("apikey") ? req.get_header_value("apikey") : req.get_param_value("apikey");
+    if (key.empty()) {
+      SendJson(res, 401, {{"message", "No API key found in request"},
+                          {"hint", "No `apikey` request header or url param was found."}});
+      return false;
+    }
+    if (!VerifyHs256(key, kDevelopmentSecret, Now())) {
+      SendJson(res, 401, {{"message", "Invalid API key"}, {"hint", "Double check the project's public key."}});
+      return false;
+    }
+    return true;
+  }
+
+  json SessionJson(const Grant& grant) const {
+    const auto issuedAt = static_cast<int64_t>(Now());
+    const int64_t expiresAt = issuedAt + options.accessTokenLifetimeSeconds;
+    json claims = {{"iss", BaseURL() + "/auth/v1"},
+                   {"aud", "authenticated"},
+                   {"sub", grant.user.id},
+                   {"email", grant.user.email},
+                   {"role", "authenticated"},
+                   {"session_id", grant.sessionId},
+                   {"iat", issuedAt},
+                   {"exp", expiresAt},
+                   {"user_metadata", {{"email", grant.user.email}}}};
+    return {{"access_token", SignHs256(claims, kDevelopmentSecret)},
+            {"token_type", "bearer"},
+            {"expires_in", options.accessTokenLifetimeSeconds},
+            {"expires_at", expiresAt},
+            {"refresh_token", grant.refreshToken},
+            {"user", UserJson(grant.user)}};
+  }
+
+  void RefreshTokenGrant(const httplib::Request& req, httplib::Response& res) {
+    if (!HasApiKey(req, res)) return;
+    if (req.get_param_value("grant_type") != "refresh_token") {
+      SendJson(res, 400, AuthError(400, "validation_failed", "unsupported_grant_type"));
+      return;
+    }
+    auto body = json::parse(req.body, nullptr, false);
+    if (!body.is_object()) {
+      SendJson(res, 400, AuthError(400, "bad_json", "Could not parse request body as JSON"));
+      return;
+    }
+    std::string token = body["refresh_token"].is_string() ? body["refresh_token"].get<std::string>() : "";
+    auto rotated = store->Rotate(token, Now());
+    if (const auto* error = std::get_if<RotateError>(&rotated)) {
+      SendJson(res, 400,
+               *error == RotateError::kAlreadyUsed
+                   ? AuthError(400, "refresh_token_already_used", "Invalid Refresh Token: Already Used")
+                   : AuthError(400, "refresh_token_not_found", "Invalid Refresh Token: Refresh Token Not Found"));
+      return;
+    }
+    SendJson(res, 200, SessionJson(std::get<Grant>(rotated)));
+  }
+
+  void CurrentUser(const httplib::Request& req, httplib::Response& res) {
+    if (!HasApiKey(req, res)) return;
+    std::string authorization = req.get_header_value("Authorization");
+    if (authorization.rfind("Bearer ", 0) != 0) {
+      SendJson(res, 401, AuthError(401, "no_authorization", "This endpoint requires a Bearer token"));
+      return;
+    }
+    auto claims = VerifyHs256(authorization.substr(7), kDevelopmentSecret, Now());
+    if (!claims || !(*claims)["session_id"].is_string()) {
+      SendJson(res, 401, AuthError(401, "bad_jwt", "invalid JWT: unable to verify it, or it has expired"));
+      return;
+    }
+    auto user = store->UserOfSession((*claims)["session_id"].get<std::string>());
+    if (!user) {
+      SendJson(res, 403, AuthError(403, "session_not_found", "Session from session_id claim in JWT does not exist"));
+      return;
+    }
+    SendJson(res, 200, UserJson(*user));
+  }
+
+  // The relay table as PostgREST serves it, narrowed to the one query the app makes: by id, never the whole table.
+  void AuthRelay(const httplib::Request& req, httplib::Response& res) {
+    if (!HasApiKey(req, res)) return;
+    std::string filter = req.get_param_value("id");
+    if (filter.rfind("eq.", 0) != 0) {
+      SendJson(res, 400, PostgrestError("PGRST100", "\"failed to parse filter (" + filter + ")\"",
+                                        "The development backend answers id=eq.<flow id> only."));
+      return;
+    }
+    auto columns = SelectedColumns(req.get_param_value("select"));
+    if (const auto* unknown = std::get_if<std::string>(&columns)) {
+      SendJson(res, 400, PostgrestError("42703", "column auth_relay." + *unknown + " does not exist", ""));
+      return;
+    }
+    json rows = json::array();
+    if (auto relay = store->Relay(filter.substr(3))) {
+      const json values = {{"id", relay->id},
+                           {"session_payload", json::parse(relay->sessionPayload, nullptr, false)},
+                           {"created_at", IsoTime(relay->createdAt)}};
+      json row = json::object();
+      for (const auto& column : std::get<std::vector<std::string>>(columns)) row[column] = values[column];
+      rows.push_back(row);
+    }
+    SendJson(res, 200, rows);
+  }
+
+  void Heartbeat(const httplib::Request& req, httplib::Response& res) {
+    auto body = json::parse(req.body, nullptr, false);
+    if (!body.is_object()) {
+      SendJson(res, 400, {{"error", "the heartbeat must be a JSON object"}});
+      return;
+    }
+    store->RecordHeartbeat(req.remote_addr, body.dump(), Now());
+    SendJson(res, 200, {{"ok", true}});
+  }
+
+  void RecordFetch(const httplib::Request& req, const httplib::Response& res) {
+    store->RecordFetch({Now(), req.path, res.status, req.remote_addr, req.get_header_value("User-Agent")});
+  }
+
+  void Manifest(const httplib::Request& req, httplib::Response& res) {
+    std::ifstream in(options.manifestPath, std::ios::binary);
+    if (in) {
+      std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      res.status = 200;
+      res.set_content(text, "application/json");
+    } else {
+      SendJson(res, 404, {{"error", "no manifest at " + options.manifestPath.string()}});
+    }
+    RecordFetch(req, res);
+  }
+
+  void Download(const httplib::Request& req, httplib::Response& res) {
+    res.status = 200;
+    res.set_header("Content-Disposition", "attachment; filename=\"orvistelle-fcp-macos-latest.zip\"");
+    res.set_content(download, "application/zip");
+    RecordFetch(req, res);
+  }
+
+  void SitePage(const httplib::Request& req, httplib::Response& res) {
+    const std::string lang = req.matches[1];
+    const std::string page = req.matches[2];
+    if (page.empty() || page == "/") return SendHtml(res, 200, SiteHomePage(lang));
+    if (page == "/sign-in") return SendHtml(res, 200, SignInPage(lang, req.get_param_value("flowId"), "", ""));
+    if (page == "/sign-up") return SendHtml(res, 200, SignUpPage(lang));
+    if (page == "/terms") return SendHtml(res, 200, TermsPage(lang));
+    if (page == "/privacy") return SendHtml(res, 200, PrivacyPage(lang));
+    SendHtml(res, 404, NotFoundPage(req.path));
+  }
+
+  void DocsPage(const httplib::Request& req, httplib::Response& res) {
+    const std::string lang = req.matches[1];
+    const std::string page = req.matches[2];
+    if (page.empty() || page == "/") return SendHtml(res, 200, DocsHomePage(lang));
+    if (page == "/fcp/install") return SendHtml(res, 200, DocsInstallPage(lang));
+    SendHtml(res, 404, NotFoundPage(req.path));
+  }
+
+  // The form signs the user in and leaves the new session in the relay row of the flow, where the app polls.
+  void SignInSubmit(const httplib::Request& req, httplib::Response& res) {
+    const std::string lang = req.matches[1];
+    const std::string flowId = req.get_param_value("flowId");
+    const std::string email = Lowercase(req.get_param_value("email"));
+    const std::string password = req.get_param_value("password");
+    auto refuse = [&](int status, const std::string& why) {
+      SendHtml(res, status, SignInPage(lang, flowId, email, why));
+    };
+    if (!IsFlowId(flowId)) return refuse(400, "This sign-in has no valid flow id. Start it again from the app.");
+    if (email.find('@') == std::string::npos || password.empty()) {
+      return refuse(400, "Enter an e-mail address and a password.");
+    }
+    auto user = store->SignIn(email, password, Now());
+    if (!user) return refuse(401, "Wrong password: this development user was created with another one.");
+    store->PutRelay(flowId, SessionJson(store->StartSession(*user, Now())).dump(), Now());
+    SendHtml(res, 200, SignedInPage(lang, email));
+  }
+
+  void Revoke(const httplib::Request& req, httplib::Response& res) {
+    const std::string email = Lowercase(req.get_param_value("email"));
+    auto revoked = store->RevokeSessions(email);
+    if (req.get_header_value("Content-Type").rfind("application/x-www-form-urlencoded", 0) == 0) {
+      res.set_redirect("/dev", 303);
+    } else if (!revoked) {
+      SendJson(res, 404, {{"error", "no user with the e-mail " + email}});
+    } else {
+      SendJson(res, 200, {{"email", email}, {"revoked_sessions", *revoked}});
+    }
+  }
+
+  void Dev(httplib::Response& res) {
+    DevPageData data{options.manifestPath.string(),
+                     options.dataDir.string(),
+                     options.accessTokenLifetimeSeconds,
+                     store->RecentHeartbeats(kDevPageRows),
+                     store->RecentFetches(kDevPageRows),
+                     store->RecentSessions(kDevPageRows),
+                     store->RecentRelays(kDevPageRows)};
+    SendHtml(res, 200, DevPage(data));
+  }
+
+  void Routes() {
+    using Req = const httplib::Request&;
+    using Res = httplib::Response&;
+    server.Post("/auth/v1/token", [this](Req req, Res res) { RefreshTokenGrant(req, res); });
+    server.Get("/auth/v1/user", [this](Req req, Res res) { CurrentUser(req, res); });
+    server.Get("/rest/v1/auth_relay", [this](Req req, Res res) { AuthRelay(req, res); });
+    server.Post("/console/v1/plugin/heartbeat", [this](Req req, Res res) { Heartbeat(req, res); });
+    server.Get("/orvistelle/vask/latest.json", [this](Req req, Res res) { Manifest(req, res); });
+    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip", [this](Req req, Res res) { Download(req, res); });
+    server.Get(std::string("/site") + kLanguagePrefix + "(/.*)?", [this](Req req, Res res) { SitePage(req, res); });
+    server.Post(std::string("/site") + kLanguagePrefix + "/sign-in",
+                [this](Req req, Res res) { SignInSubmit(req, res); });
+    server.Get(std::string("/docs") + kLanguagePrefix + "(/.*)?", [this](Req req, Res res) { DocsPage(req, res); });
+    server.Get("/dev", [this](Req, Res res) { Dev(res); });
+    server.Post("/dev/revoke", [this](Req req, Res res) { Revoke(req, res); });
+    server.Get("/", [](Req, Res res) { res.set_redirect("/dev"); });
+  }
+
+  Options options;
+  std::unique_ptr<Store> store;
+  const std::string download = StandInDownloadZip();
+  httplib::Server server;
+  std::thread thread;
+  int port = 0;
+};
+
+DevBackend::DevBackend(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
+
+DevBackend::~DevBackend() { Stop(); }
+
+bool DevBackend::Start(std::string* error) {
+  impl_->store = Store::Open(impl_->options.dataDir, error);
+  if (!impl_->store) return false;
+  impl_->Routes();
+  auto& server = impl_->server;
+  const int wanted = impl_->options.port;
+  const int port = wanted == 0 ? server.bind_to_any_port(kHost) : (server.bind_to_port(kHost, wanted) ? wanted : -1);
+  if (port <= 0) {
+    *error = "cannot listen on " + std::string(kHost) + ":" + std::to_string(wanted);
+    return false;
+  }
+  impl_->port = port;
+  impl_->thread = std::thread([&server] { server.listen_after_bind(); });
+  // stop() is ignored until the server runs, so Start returns only once it does.
+  while (!server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return true;
+}
+
+void DevBackend::Stop() {
+  if (!impl_->thread.joinable()) return;
+  impl_->server.stop();
+  impl_->thread.join();
+}
+
+int DevBackend::Port() const { return impl_->port; }
+
+std::string DevBackend::BaseURL() const { return impl_->BaseURL(); }
+
+}  // namespace orvistelle::devbackend

@@ -24,6 +24,7 @@ constexpr char kHost[] = "127.0.0.1";
 constexpr char kLanguagePrefix[] = "(?:/(zh|ja|ko|pt-BR|es))?";
 constexpr char kHtml[] = "text/html; charset=utf-8";
 constexpr int kDevPageRows = 50;
+constexpr size_t kWorkers = 24;
 
 void SendJson(httplib::Response& res, int status, const json& body) {
   res.status = status;
@@ -292,6 +293,9 @@ struct DevBackend::Impl {
   }
 
   void Routes() {
+    // A browser keeps several idle connections open and each holds a worker until it times out; with the few
+    // workers a small machine gets by default, the app's own requests would queue behind them.
+    server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
     using Req = const httplib::Request&;
     using Res = httplib::Response&;
     server.Post("/auth/v1/token", [this](Req req, Res res) { RefreshTokenGrant(req, res); });

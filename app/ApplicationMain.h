@@ -1,0 +1,14 @@
+#pragma once
+
+#include "app/AppDelegate.h"
+
+namespace orvistelle::app {
+
+// The product's localisation and service functions, as the window calls them.
+ServiceCalls ProductServices();
+
+// Creates the application, its window and delegate, finishes launching once the loop runs, and runs the loop until
+// the window closes. Returns the loop's exit code.
+int ApplicationMain(int argc, char** argv);
+
+}  // namespace orvistelle::app

@@ -1,0 +1,3 @@
+#include "app/ApplicationMain.h"
+
+int main(int argc, char** argv) { return orvistelle::app::ApplicationMain(argc, argv); }

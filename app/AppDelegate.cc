@@ -92,6 +92,25 @@ QColor ColourFor(int status) {
   return AppDelegate::warnColor();
 }
 
+struct AboutItem {
+  QWidget* view;
+  bool separator;
+};
+
+// Centred when the row fits, else from a small margin on the left; separators keep a gap on both sides and sit
+// two points above the links.
+void PlaceAboutRow(QWidget* content, const std::vector<AboutItem>& items, double width, double y) {
+  double total = 0;
+  for (const AboutItem& item : items) total += item.view->width() + (item.separator ? 2 * kAboutItemGap : 0);
+  double x = std::max((width - total) / 2, kAboutRowMinimumX);
+  for (const AboutItem& item : items) {
+    const double itemWidth = item.view->width();
+    SetFrame(item.view, item.separator ? Frame{x, y + 2, itemWidth, 16} : Frame{x, y, itemWidth, 20});
+    x += itemWidth + kAboutItemGap;
+    AddSubview(content, item.view);
+  }
+}
+
 }  // namespace
 
 void SetFrame(QWidget* view, const Frame& frame) {
@@ -312,18 +331,12 @@ void AppDelegate::addAboutLinksInContent(QWidget* content, double width, double 
                                     {"nav.guide", &AppDelegate::openDocs, "guide"},
                                     {"auth.terms", &AppDelegate::openTerms, "terms"},
                                     {"auth.privacy", &AppDelegate::openPrivacy, "privacy"}};
-  struct Item {
-    QWidget* view;
-    bool separator;
-  };
-  std::vector<Item> items;
-  double total = 0;
+  std::vector<AboutItem> items;
   for (const Link& link : kLinks) {
     if (!items.empty()) {
       QLabel* dot = MakeTextLabel(QStringLiteral("\u00B7"), 10.5, QFont::Normal, ink(0.42), Qt::AlignLeft, false);
       dot->setObjectName(QStringLiteral("linkSeparator%1").arg(items.size() / 2 + 1));
       dot->resize(dot->sizeHint());
-      total += dot->width() + 2 * kAboutItemGap;
       items.push_back({dot, true});
     }
     FlatButton* button = makeQuietButton(Text(link.titleKey), link.action);
@@ -331,16 +344,9 @@ void AppDelegate::addAboutLinksInContent(QWidget* content, double width, double 
     button->setFont(systemFont(11, QFont::Medium));
     button->setTitleColour(ink(0.62));
     button->resize(button->sizeHint().width() + 2, 20);
-    total += button->width();
     items.push_back({button, false});
   }
-  double x = std::max((width - total) / 2, kAboutRowMinimumX);
-  for (const Item& item : items) {
-    const double itemWidth = item.view->width();
-    SetFrame(item.view, item.separator ? Frame{x, y + 2, itemWidth, 16} : Frame{x, y, itemWidth, 20});
-    x += itemWidth + kAboutItemGap;
-    AddSubview(content, item.view);
-  }
+  PlaceAboutRow(content, items, width, y);
 }
 
 QColor AppDelegate::ink(double white) { return QColor::fromRgbF(white, white, white, 1.0); }

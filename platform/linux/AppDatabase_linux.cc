@@ -40,28 +40,33 @@ struct BundleEntry {
   std::string text;
 };
 
-// A bundle the database can start: an Info.plist with an identifier, and an executable where the Info says.
-std::optional<BundleEntry> DescribeBundle(const fs::path& bundle) {
-  auto info = ReadInfoPlist((bundle / "Contents" / "Info.plist").string());
-  if (!info) return std::nullopt;
-  auto identifier = info->find("CFBundleIdentifier");
-  if (identifier == info->end() || identifier->second.empty() || identifier->second.find('/') != std::string::npos) {
-    return std::nullopt;
-  }
-  std::string stem = bundle.stem().string();
-  auto executableName = info->find("CFBundleExecutable");
-  fs::path executable = bundle / "Contents" / "MacOS" / (executableName != info->end() ? executableName->second : stem);
-  if (!IsFile(executable) || access(executable.c_str(), X_OK) != 0) return std::nullopt;
-  auto name = info->find("CFBundleName");
-
+std::string EntryText(const std::string& name, const fs::path& executable, const fs::path& bundle) {
   std::string text = "[Desktop Entry]\nType=Application\nVersion=1.5\n";
-  text += "Name=" + EscapeDesktopValue(name != info->end() ? name->second : stem) + "\n";
+  text += "Name=" + EscapeDesktopValue(name) + "\n";
   text += "Exec=" + EscapeDesktopValue(QuoteExecArgument(executable.string())) + "\n";
   fs::path icon = bundle / "Contents" / "Resources" / "AppIcon.png";
   if (IsFile(icon)) text += "Icon=" + EscapeDesktopValue(icon.string()) + "\n";
   text += "Terminal=false\nCategories=AudioVideo;Video;\n";
   text += std::string(kDesktopEntryBundleKey) + "=" + EscapeDesktopValue(bundle.string()) + "\n";
-  return BundleEntry{identifier->second + ".desktop", std::move(text)};
+  return text;
+}
+
+// A bundle the database can start: an Info.plist with an identifier, and an executable where the Info says.
+std::optional<BundleEntry> DescribeBundle(const fs::path& bundle) {
+  auto info = ReadInfoPlist((bundle / "Contents" / "Info.plist").string());
+  if (!info) return std::nullopt;
+  auto value = [&info](const char* key, const std::string& fallback) {
+    auto found = info->find(key);
+    return found != info->end() ? found->second : fallback;
+  };
+  const std::string identifier = value("CFBundleIdentifier", "");
+  if (identifier.empty() || identifier.find('/') != std::string::npos) return std::nullopt;
+  const std::string stem = bundle.stem().string();
+  const std::string executableName = value("CFBundleExecutable", stem);
+  if (executableName.find('/') != std::string::npos) return std::nullopt;  // stays inside the bundle
+  const fs::path executable = bundle / "Contents" / "MacOS" / executableName;
+  if (!IsFile(executable) || access(executable.c_str(), X_OK) != 0) return std::nullopt;
+  return BundleEntry{identifier + ".desktop", EntryText(value("CFBundleName", stem), executable, bundle)};
 }
 
 int WriteAll(int fd, std::string_view text) {

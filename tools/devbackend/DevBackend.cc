@@ -293,9 +293,11 @@ struct DevBackend::Impl {
   }
 
   void Routes() {
-    // A browser keeps several idle connections open and each holds a worker until it times out; with the few
-    // workers a small machine gets by default, the app's own requests would queue behind them.
+    // A browser keeps several idle connections open, and each holds a worker until it times out: more workers
+    // than a small machine gets by default keep the app's requests from queuing behind them, and a short idle
+    // limit lets Stop, which waits for every worker, return within a second.
     server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
+    server.set_keep_alive_timeout(1);
     using Req = const httplib::Request&;
     using Res = httplib::Response&;
     server.Post("/auth/v1/token", [this](Req req, Res res) { RefreshTokenGrant(req, res); });

@@ -1,0 +1,278 @@
+// Browser sign-in from end to end: the service opens the sign-in page, Debian's Chromium fills in the development
+// site's form, and the session comes back through the relay of a real development backend on loopback.
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "auth/AuthTesting.h"
+#include "orvistelle/BuildConfig.h"
+#include "orvistelle/FcpService.h"
+#include "platform/Platform.h"
+#include "tools/devbackend/DevBackend.h"
+
+extern char** environ;
+
+namespace orvistelle::e2e {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+constexpr char kEmail[] = "e2e@example.org";
+constexpr auto kPollInterval = 1000ms;  // the product's own: 30 polls a second apart make the budget
+constexpr auto kPollBudget = 30 * kPollInterval;
+constexpr auto kMaintenancePeriod = 250ms;
+
+class TempHome final : public platform::Home {
+ public:
+  explicit TempHome(fs::path path) : path_(std::move(path)) {}
+  std::string FromUserDatabase() override { return path_.string(); }
+  std::string Directory() override { return path_.string(); }
+
+ private:
+  fs::path path_;
+};
+
+// Stands in for the desktop's browser: hands each URL the product opens to the test.
+class CapturingBrowser final : public platform::Browser {
+ public:
+  void Open(const std::string& url) override {
+    std::lock_guard lock(mutex_);
+    opened_.push_back(url);
+    changed_.notify_all();
+  }
+  std::optional<std::string> WaitForURL(std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    if (!changed_.wait_for(lock, limit, [this] { return !opened_.empty(); })) return std::nullopt;
+    return opened_.front();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> opened_;
+};
+
+class CapturingLog final : public platform::SystemLog {
+ public:
+  void Write(std::string_view line) override {
+    std::lock_guard lock(mutex_);
+    lines_.emplace_back(line);
+  }
+  bool Contains(const std::string& line) {
+    std::lock_guard lock(mutex_);
+    return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+class EnglishLanguages final : public platform::Languages {
+ public:
+  std::vector<std::string> Preferred() override { return {"en-US"}; }
+};
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(20ms);
+  }
+  return true;
+}
+
+struct ChildResult {
+  int exitCode = -1;
+  std::string output;
+};
+
+// Runs the program without a shell, its output and errors collected in one file.
+ChildResult RunProgram(std::vector<std::string> argv, const fs::path& outputFile) {
+  std::vector<char*> args;
+  for (auto& arg : argv) args.push_back(arg.data());
+  args.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+  pid_t child = 0;
+  ChildResult result;
+  if (posix_spawnp(&child, args[0], &actions, nullptr, args.data(), environ) == 0) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  std::ifstream in(outputFile);
+  result.output.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return result;
+}
+
+fs::path MakeTempDir() {
+  std::string pattern = (fs::temp_directory_path() / "orvistelle-e2e-XXXXXX").string();
+  return mkdtemp(pattern.data());
+}
+
+class BrowserSignInTest : public ::testing::Test {
+ protected:
+  BrowserSignInTest() {
+    fs::create_directory(dir_ / "home");
+    std::ofstream(dir_ / "latest.json") << R"({"hosts":{"fcp":{"version":"1.0.0"}}})";
+  }
+
+  ~BrowserSignInTest() override {
+    auth::ResetAuthForTesting();
+    backend_.reset();
+    fs::remove_all(dir_);
+  }
+
+  void StartBackend(int accessTokenLifetimeSeconds) {
+    backend_ = std::make_unique<devbackend::DevBackend>(
+        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", accessTokenLifetimeSeconds, nullptr});
+    std::string error;
+    ASSERT_TRUE(backend_->Start(&error)) << error;
+    client_ = std::make_unique<httplib::Client>("127.0.0.1", backend_->Port());
+    auth::AuthSettings settings = auth::ProductionSettings();
+    settings.authBaseURL = settings.apiBaseURL = backend_->BaseURL();
+    settings.pollInterval = kPollInterval;
+    settings.timerFirstDelay = settings.timerPeriod = kMaintenancePeriod;
+    auth::SetAuthSettingsForTesting(settings);
+  }
+
+  // Starts a sign-in, lets Chromium submit the form at the page the product opened, and returns the flow id.
+  std::string SignInInChromium() {
+    FcpServiceLogin();
+    auto opened = browser_.WaitForURL(5s);
+    if (!opened) {
+      ADD_FAILURE() << "the product opened no page";
+      return "";
+    }
+    // The page is the build's site address; the backend under test serves that site on a port of its own.
+    const std::string prefix = std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=";
+    static const std::regex kLowercaseUuid("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}");
+    const std::string tail = opened->substr(std::min(prefix.size(), opened->size()));
+    if (opened->rfind(prefix, 0) != 0 || !std::regex_match(tail, kLowercaseUuid)) {
+      ADD_FAILURE() << "unexpected sign-in page " << *opened;
+      return "";
+    }
+    const std::string page = backend_->BaseURL() + "/site/sign-in?from=vask&flowId=" + tail;
+    ChildResult chromium =
+        RunProgram({"node", ORVISTELLE_E2E_SIGN_IN_SCRIPT, page, kEmail, "development"}, dir_ / "node.log");
+    EXPECT_EQ(chromium.exitCode, 0) << chromium.output;
+    EXPECT_NE(chromium.output.find(std::string("Signed in as ") + kEmail), std::string::npos) << chromium.output;
+    return tail;
+  }
+
+  json RelayedSession(const std::string& flowId) {
+    auto res = client_->Get("/rest/v1/auth_relay?id=eq." + flowId + "&select=session_payload",
+                            {{"apikey", config::kPublicApiKey}});
+    return res && res->status == 200 ? json::parse(res->body).at(0).at("session_payload") : json();
+  }
+
+  fs::path SupportFile(const std::string& name) const {
+    return dir_ / "home" / "Library/Application Support/Orvistelle" / name;
+  }
+
+  json SessionFile() const {
+    std::ifstream in(SupportFile("fcp-session.json"));
+    json session = json::parse(in, nullptr, false);
+    return session.is_object() ? session : json::object();
+  }
+
+  fs::path dir_ = MakeTempDir();
+  std::unique_ptr<devbackend::DevBackend> backend_;
+  std::unique_ptr<httplib::Client> client_;
+  TempHome home_{dir_ / "home"};
+  CapturingBrowser browser_;
+  CapturingLog log_;
+  EnglishLanguages languages_;
+
+ private:
+  platform::ScopedSeam<platform::Home> homeSeam_{&home_};
+  platform::ScopedSeam<platform::Browser> browserSeam_{&browser_};
+  platform::ScopedSeam<platform::SystemLog> logSeam_{&log_};
+  platform::ScopedSeam<platform::Languages> languagesSeam_{&languages_};
+};
+
+TEST_F(BrowserSignInTest, SignInThroughChromiumStoresThePrivateSessionAndSignOutRemovesIt) {
+  StartBackend(3600);
+  const auto started = std::chrono::steady_clock::now();
+  const std::string flowId = SignInInChromium();
+  ASSERT_FALSE(flowId.empty());
+  const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+  ASSERT_TRUE(WaitUntil([] { return std::string(FcpServiceEmail()) == kEmail && !FcpServiceBusy(); },
+                        kPollBudget - spent))
+      << "status: " << FcpServiceStatus();
+  std::cout << "signed in " << std::chrono::duration_cast<std::chrono::milliseconds>(
+                                   std::chrono::steady_clock::now() - started).count()
+            << " ms after the sign-in started\n";
+  EXPECT_EQ(std::string(FcpServiceStatus()), kEmail);
+  EXPECT_FALSE(FcpServiceStatusIsError());
+  EXPECT_TRUE(FcpServiceHasSession());
+
+  struct stat info{};
+  ASSERT_EQ(stat(SupportFile("fcp-session.json").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600);
+  const json relayed = RelayedSession(flowId);
+  const json saved = SessionFile();
+  EXPECT_EQ(saved["access_token"], relayed["access_token"]);
+  EXPECT_EQ(saved["refresh_token"], relayed["refresh_token"]);
+  EXPECT_EQ(saved["email"], kEmail);
+  EXPECT_EQ(saved["expires_at"], relayed["expires_at"]);
+
+  // The maintenance that the sign-in started has reported this installation, and the backend's page shows it.
+  ASSERT_TRUE(WaitUntil([&] { return fs::exists(SupportFile("fcp-heartbeat-day.txt")); }, 5s));
+  std::ifstream installId(SupportFile("fcp-install-id.txt"));
+  const std::string id(std::istreambuf_iterator<char>(installId), {});
+  EXPECT_NE(client_->Get("/dev")->body.find(id), std::string::npos) << id;
+
+  FcpServiceLogout();
+  EXPECT_FALSE(fs::exists(SupportFile("fcp-session.json")));
+  EXPECT_FALSE(FcpServiceHasSession());
+  EXPECT_EQ(std::string(FcpServiceStatus()), "Signed out");
+}
+
+TEST_F(BrowserSignInTest, ARevokedRefreshTokenExpiresTheSession) {
+  // Tokens this short are due for renewal at every maintenance pass, so each pass refreshes.
+  StartBackend(30);
+  const std::string flowId = SignInInChromium();
+  ASSERT_FALSE(flowId.empty());
+  const json relayed = RelayedSession(flowId);
+  auto renewed = [&] {
+    const json token = SessionFile()["refresh_token"];
+    return token.is_string() && token != relayed["refresh_token"];
+  };
+  ASSERT_TRUE(WaitUntil(renewed, kPollBudget)) << "no refresh reached the session file";
+
+  auto revoked = client_->Post(std::string("/dev/revoke?email=") + kEmail);
+  ASSERT_TRUE(revoked && revoked->status == 200);
+  ASSERT_TRUE(WaitUntil([] { return FcpServiceStatusIsError(); }, 10s)) << "status: " << FcpServiceStatus();
+  EXPECT_EQ(std::string(FcpServiceStatus()), "Session expired. Please sign in again.");
+  EXPECT_FALSE(FcpServiceHasSession());
+  EXPECT_FALSE(fs::exists(SupportFile("fcp-session.json")));
+  EXPECT_TRUE(log_.Contains("[Orvistelle] session expired; cleared local credentials"));
+}
+
+}  // namespace
+}  // namespace orvistelle::e2e

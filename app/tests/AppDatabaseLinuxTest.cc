@@ -144,5 +144,16 @@ TEST_F(XdgAppDatabaseTest, ToolGetsTheEntryAsArgumentsAndCountsAsDoneWhenItRan) 
   EXPECT_EQ(Database("/nonexistent/tool")->RunRegistrationTool(bundle_.string()), -ENOENT);
 }
 
+// The system's own installer validates the entry, so this also proves the entry is one the desktop accepts.
+TEST_F(XdgAppDatabaseTest, TheSystemInstallerAcceptsTheEntry) {
+  const std::string tool = "/usr/bin/desktop-file-install";
+  if (!fs::exists(tool)) GTEST_SKIP() << tool << " is not installed";
+  env_["TMPDIR"] = temp_.path().string();
+  WriteFile(bundle_ / "Contents/Resources/AppIcon.png", "");
+  EXPECT_EQ(Database(tool)->RunRegistrationTool(bundle_.string()), 0);
+  EXPECT_EQ(Database()->ApplicationsWithBundleIdentifier("net.tarnwix.orvistelle.fcp"),
+            std::vector<std::string>{bundle_.string()});
+}
+
 }  // namespace
 }  // namespace orvistelle::platform

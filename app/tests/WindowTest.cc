@@ -6,6 +6,7 @@
 #include "app/tests/ShellFixture.h"
 #include "orvistelle/BuildConfig.h"
 #include "platform/InfoPlist.h"
+#include "platform/linux/AppDatabase_linux.h"
 #include "platform/linux/BundleLayout.h"
 
 namespace orvistelle::app {
@@ -102,7 +103,9 @@ TEST_F(WindowTest, EveryViewHasItsFrameFontAndColour) {
     EXPECT_EQ(view->font().weight(), row.weight);
     auto* button = qobject_cast<FlatButton*>(view);
     EXPECT_EQ(button ? button->titleColour() : TextColour(row.name), row.colour);
-    if (auto* label = qobject_cast<QLabel*>(view)) EXPECT_TRUE(label->alignment() & Qt::AlignTop);
+    if (auto* label = qobject_cast<QLabel*>(view)) {
+      EXPECT_TRUE(label->alignment() & Qt::AlignTop);
+    }
   }
   EXPECT_EQ(View("separator")->palette().color(QPalette::Window), QColor(38, 42, 53));
   EXPECT_EQ(window_.palette().color(QPalette::Window), QColor(22, 24, 30));
@@ -210,6 +213,20 @@ INSTANTIATE_TEST_SUITE_P(
         OutcomeCase{-13, 0, true, true, {"register", "tool"},
                     "Setup complete. Restart Final Cut Pro to see the effect.", Grey(0.55)}));
 
+TEST_F(WindowTest, OnAFreshAccountOnePressRegistersInstallsAndTurnsEveryRowGreen) {
+  WriteFile(bundle_ / "Contents/Info.plist",
+            "<plist><dict><key>CFBundleIdentifier</key><string>net.tarnwix.orvistelle.fcp</string></dict></plist>");
+  fs::permissions(bundleSeam_.location.executablePath, fs::perms::owner_all);
+  auto desktop = platform::MakeXdgAppDatabase({[](const char*) -> const char* { return nullptr; }, "/nonexistent"});
+  platform::ScopedSeam<platform::AppDatabase> realDatabase(desktop.get());
+  Build();
+  Button()->click();
+  ASSERT_TRUE(WaitFor([this] { return Button()->isEnabled(); }));
+  for (const char* row : {"hostValueLabel", "xpcValueLabel", "templateValueLabel"}) EXPECT_EQ(Text(row), "Ready");
+  EXPECT_EQ(Text("hintLabel"), "Setup complete. Restart Final Cut Pro to see the effect.");
+  EXPECT_TRUE(fs::exists(fs::path(home_.directory) / ".local/share/applications/net.tarnwix.orvistelle.fcp.desktop"));
+}
+
 TEST_F(WindowTest, MissingServiceOnlyExplainsItself) {
   SetService(false);
   Build();
@@ -249,7 +266,9 @@ TEST_F(WindowTest, AboutLinksAreCentredAndEachOpensOnlyItsPage) {
     const bool separator = i % 2 == 1;
     EXPECT_EQ(frames[i].y(), separator ? 540 - 20 - 16 : 540 - 18 - 20) << names[i];
     EXPECT_EQ(frames[i].height(), separator ? 16 : 20) << names[i];
-    if (i > 0) EXPECT_NEAR(frames[i].x(), frames[i - 1].x() + frames[i - 1].width() + 5, 1) << names[i];
+    if (i > 0) {
+      EXPECT_NEAR(frames[i].x(), frames[i - 1].x() + frames[i - 1].width() + 5, 1) << names[i];
+    }
   }
   EXPECT_NEAR(frames.front().x(), 360 - (frames.back().x() + frames.back().width()), 1);
   EXPECT_EQ(window_.findChild<QWidget*>("linkSeparator4"), nullptr);

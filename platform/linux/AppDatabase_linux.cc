@@ -41,7 +41,7 @@ struct BundleEntry {
 };
 
 std::string EntryText(const std::string& name, const fs::path& executable, const fs::path& bundle) {
-  std::string text = "[Desktop Entry]\nType=Application\nVersion=1.5\n";
+  std::string text = "[Desktop Entry]\nType=Application\n";
   text += "Name=" + EscapeDesktopValue(name) + "\n";
   text += "Exec=" + EscapeDesktopValue(QuoteExecArgument(executable.string())) + "\n";
   fs::path icon = bundle / "Contents" / "Resources" / "AppIcon.png";

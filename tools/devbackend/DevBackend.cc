@@ -5,10 +5,12 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <variant>
 
 #include "tools/devbackend/Download.h"
 #include "tools/devbackend/Jwt.h"
@@ -63,7 +65,7 @@ json UserJson(const User& user) {
           {"role", "authenticated"},
           {"email", user.email},
           {"email_confirmed_at", created},
-          {"app_metadata", {{"provider", "email"}, {"providers", {"email"}}}},
+          {"app_metadata", {{"provider", "email"}, {"providers", json::array({"email"})}}},
           {"user_metadata", {{"email", user.email}}},
           {"created_at", created},
           {"updated_at", created}};

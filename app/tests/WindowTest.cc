@@ -289,16 +289,6 @@ TEST_F(WindowTest, AboutRowWiderThanTheContentStartsAtEight) {
   EXPECT_EQ(narrow.findChild<QWidget*>("link.website")->x(), 8);
 }
 
-TEST(StatusSymbol, IsATintedDiscWithItsMarkCutOut) {
-  for (const char* name : {kSymbolReady, kSymbolMissing, kSymbolAttention}) {
-    QImage image = RenderStatusSymbol(name, QSize(28, 28), 1, kOk);
-    EXPECT_EQ(image.pixel(14, 3), kOk.rgb()) << name;                                      // the disc
-    EXPECT_EQ(image.pixelColor(0, 0).alpha(), 0) << name;                                  // outside it
-    EXPECT_LT(image.pixelColor(14, name == kSymbolReady ? 17 : 14).alpha(), 128) << name;  // the mark
-  }
-  EXPECT_TRUE(RenderStatusSymbol("star.fill", QSize(14, 14), 1, kOk).isNull());
-}
-
 TEST(AppBundle, CarriesInfoResourcesPluginAndBothTemplates) {
   const fs::path bundle = ORVISTELLE_TEST_APP_BUNDLE;
   auto info = platform::ReadInfoPlist((bundle / "Contents/Info.plist").string());

@@ -15,7 +15,7 @@ class StderrAndSyslog final : public SystemLog {
   void Write(std::string_view line) override {
     std::string text(line);
     std::call_once(opened_, [] { openlog("orvistelle", LOG_PID, LOG_USER); });
-    std::fprintf(stderr, "%s\n", text.c_str());
+    (void)std::fprintf(stderr, "%s\n", text.c_str());
     syslog(LOG_NOTICE, "%s", text.c_str());
   }
 

@@ -119,7 +119,11 @@ void SetFrame(QWidget* view, const Frame& frame) {
                     static_cast<int>(std::lround(frame.width)), static_cast<int>(std::lround(frame.height)));
 }
 
-AppDelegate::AppDelegate(QWidget* window, ServiceCalls services) : window_(window), services_(services) {}
+AppDelegate::AppDelegate(QWidget* window, ServiceCalls services) : window_(window), services_(services) {
+  setupPause_.setSingleShot(true);
+  setupPause_.setInterval(kSetupPauseMs);
+  connect(&setupPause_, &QTimer::timeout, this, &AppDelegate::finishSetup);
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
   services_.applyHostLocale();
@@ -153,12 +157,12 @@ void AppDelegate::setupOrRepair() {
   actionButton_->setEnabled(false);
   styleActionButton(actionButton_, Text("shell.actionWorking"), true);
   showHint(shell::Tone::Quiet, Text("shell.actionWorking"));
-  const shell::PendingSetup pending = shell::StartSetup(probes);
-  QTimer::singleShot(kSetupPauseMs, this, [this, pending] { finishSetup(pending); });
+  pendingSetup_ = shell::StartSetup(probes);
+  setupPause_.start();
 }
 
-void AppDelegate::finishSetup(const shell::PendingSetup& pending) {
-  const shell::SetupResult result = shell::CompleteSetup(pending);
+void AppDelegate::finishSetup() {
+  const shell::SetupResult result = shell::CompleteSetup(pendingSetup_);
   refreshRegistrationStatus();
   const shell::Hint hint = shell::SetupOutcomeHint(result, shell::ProbeComponents().AllReady());
   showHint(hint.tone, QString::fromStdString(hint.text));

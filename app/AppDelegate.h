@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QTimer>
 #include <QWidget>
 #include <optional>
 #include <string>
@@ -101,7 +102,7 @@ class AppDelegate : public QObject {
   void addStatusRows(QWidget* content);
   void addSetupArea(QWidget* content);
   void addAboutArea(QWidget* content);
-  void finishSetup(const shell::PendingSetup& pending);
+  void finishSetup();
   void showHint(shell::Tone tone, const QString& text);
 
   QPointer<QWidget> window_;
@@ -114,6 +115,9 @@ class AppDelegate : public QObject {
   QPointer<QLabel> templateValueLabel_;
   QPointer<QLabel> hintLabel_;
   QPointer<FlatButton> actionButton_;
+  // The button stays disabled while a run waits here, so one pending run is all there can be.
+  shell::PendingSetup pendingSetup_;
+  QTimer setupPause_;
 };
 
 // Places a view at a frame of the 360 × 540 content.

@@ -1,0 +1,47 @@
+#include "update/DismissalFile.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "platform/Platform.h"
+
+namespace orvistelle::update {
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+std::string SupportDir() {
+  platform::Home& home = platform::Seam<platform::Home>::Get();
+  std::string directory = home.FromUserDatabase();
+  if (directory.empty()) directory = home.Directory();
+  return (fs::path(directory) / "Library/Application Support/Orvistelle").string();
+}
+
+std::string DismissPath() { return (fs::path(SupportDir()) / "fcp-update-dismiss.json").string(); }
+
+std::optional<Dismissal> LoadDismissal() {
+  std::ifstream file(DismissPath(), std::ios::binary);
+  if (!file) return std::nullopt;
+  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (file.bad()) return std::nullopt;
+  json record = json::parse(text, nullptr, /*allow_exceptions=*/false);
+  if (!record.is_object()) return std::nullopt;
+  Dismissal dismissal;
+  auto version = record.find("version");
+  if (version != record.end() && version->is_string()) dismissal.version = version->get<std::string>();
+  auto until = record.find("until");
+  if (until != record.end() && until->is_number()) dismissal.until = until->get<double>();
+  return dismissal;
+}
+
+void SaveDismissal(const Dismissal& dismissal) {
+  std::error_code ignored;
+  fs::create_directories(SupportDir(), ignored);
+  json record = {{"version", dismissal.version}, {"until", static_cast<int64_t>(dismissal.until)}};
+  std::ofstream file(DismissPath(), std::ios::binary | std::ios::trunc);
+  file << record.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+}  // namespace orvistelle::update

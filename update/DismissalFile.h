@@ -1,0 +1,26 @@
+// The soft-update dismissal as kept across restarts, in the per-user support directory.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace orvistelle::update {
+
+struct Dismissal {
+  std::string version;  // the manifest's version as it stood when dismissed
+  double until = 0;     // seconds since 1970; 0 means over
+};
+
+// The home directory from the user database, else the platform's, plus "Library/Application Support/Orvistelle".
+// The account module has its own copy of this rule and the two must agree: both modules share the directory.
+std::string SupportDir();
+std::string DismissPath();
+
+// Nothing when the file is missing, unreadable or holds no JSON object. A value of the wrong type reads as "" or 0.
+std::optional<Dismissal> LoadDismissal();
+
+// Creates the directory and rewrites the file in place ("until" in whole seconds); failures are ignored, since the
+// dismissal still holds in memory for this run.
+void SaveDismissal(const Dismissal& dismissal);
+
+}  // namespace orvistelle::update

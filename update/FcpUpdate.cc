@@ -1,0 +1,259 @@
+#include "orvistelle/FcpUpdate.h"
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <variant>
+
+#include "orvistelle/BuildConfig.h"
+#include "platform/HttpTransport.h"
+#include "platform/Platform.h"
+#include "update/DismissalFile.h"
+#include "update/Manifest.h"
+#include "update/UpdateTesting.h"
+#include "update/Version.h"
+
+namespace orvistelle::update {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double kCheckInterval = 21600.0;   // six hours between attempts, failed or not
+constexpr double kDismissDuration = 86400.0;
+constexpr char kManifestPath[] = "/orvistelle/vask/latest.json";
+constexpr char kFallbackDownloadPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
+
+// Never destroyed: a check still in flight when the process exits may write into it.
+struct ModuleState {
+  std::mutex lock;  // guards every member below; the accessors and a finishing check exclude each other
+  std::string downloadBase = config::kDownloadURL;
+  std::string latest;
+  std::string forceBelow;
+  std::string notes;
+  std::string downloadPage;
+  std::string download;
+  std::string softDismissVersion;
+  double softDismissUntil = 0;
+
+  std::mutex loadLock;
+  bool dismissalLoaded = false;
+};
+
+ModuleState& Module() {
+  static ModuleState* state = new ModuleState;
+  return *state;
+}
+
+std::atomic<double> gLastCheck{0};  // the last attempt; 0 = never
+std::atomic<bool> gChecking{false};
+
+double Now() { return platform::Seam<platform::Clock>::Get().Now(); }
+
+std::string FallbackDownloadLocked() { return Module().downloadBase + kFallbackDownloadPath; }
+
+bool ForcedLocked(const std::string& current) {
+  const std::string& forceBelow = Module().forceBelow;
+  return !forceBelow.empty() && CmpSemver(current, forceBelow) == -1;
+}
+
+// The only load of the process, so a dismissal from an earlier run holds before the first manifest arrives.
+void LoadDismissalOnce() {
+  ModuleState& state = Module();
+  std::lock_guard once(state.loadLock);
+  if (state.dismissalLoaded) return;
+  state.dismissalLoaded = true;
+  std::optional<Dismissal> dismissal = LoadDismissal();
+  if (!dismissal) return;
+  std::lock_guard guard(state.lock);
+  state.softDismissVersion = std::move(dismissal->version);
+  state.softDismissUntil = dismissal->until;
+}
+
+void StoreHostEntry(HostEntry entry) {
+  ModuleState& state = Module();
+  std::lock_guard guard(state.lock);
+  state.latest = std::move(entry.version);
+  state.forceBelow = std::move(entry.forceBelow);
+  state.notes = std::move(entry.notes);
+  state.downloadPage = std::move(entry.downloadPage);
+  state.download = entry.downloadMacos ? std::move(*entry.downloadMacos) : FallbackDownloadLocked();
+}
+
+// Every failure keeps the last good answer; the next attempt comes after the usual six hours.
+void ApplyResponse(const platform::HttpResponse& response) {
+  if (response.status != 200 || !response.body || response.body->empty()) {
+    platform::Log("update check failed (" + std::to_string(response.status) + ")");
+    return;
+  }
+  ManifestReading reading = ReadManifest(*response.body);
+  if (std::holds_alternative<NotAnObject>(reading)) return;
+  HostEntry* entry = std::get_if<HostEntry>(&reading);
+  if (entry == nullptr) {
+    platform::Log(std::string("update check: missing hosts.") + kHostKey);
+    return;
+  }
+  std::string line = std::string("update check host=") + kHostKey + " latest=" + entry->version +
+                     " force_below=" + entry->forceBelow;
+  StoreHostEntry(std::move(*entry));
+  platform::Log(line);
+}
+
+void RunCheck(std::string manifestURL) {
+  platform::HttpRequest request;
+  request.url = std::move(manifestURL);
+  request.timeout = 12s;
+  request.wait = 14s;
+  platform::HttpResponse response = platform::HttpSend(request);
+  gLastCheck.store(Now());
+  ApplyResponse(response);
+  gChecking.store(false);
+}
+
+void StartCheck() {
+  std::string manifestURL;
+  {
+    std::lock_guard guard(Module().lock);
+    manifestURL = Module().downloadBase + kManifestPath;
+  }
+  try {
+    std::thread(RunCheck, std::move(manifestURL)).detach();
+  } catch (const std::system_error&) {
+    gChecking.store(false);
+  }
+}
+
+bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+bool IsUrlCharacter(char c) {
+  return IsLetter(c) || IsDigit(c) || std::string_view("-._~:/?#[]@!$&'()*+,;=").find(c) != std::string_view::npos;
+}
+
+bool IsScheme(std::string_view scheme) {
+  if (scheme.empty() || !IsLetter(scheme.front())) return false;
+  for (char c : scheme) {
+    if (!IsLetter(c) && !IsDigit(c) && c != '+' && c != '-' && c != '.') return false;
+  }
+  return true;
+}
+
+// An absolute URL made only of the characters a URL may hold, with well-formed percent escapes. Anything else is
+// not handed to the browser.
+bool IsWellFormedURL(std::string_view url) {
+  size_t colon = url.find(':');
+  if (colon == std::string_view::npos || !IsScheme(url.substr(0, colon))) return false;
+  for (size_t i = colon + 1; i < url.size(); ++i) {
+    if (url[i] != '%') {
+      if (!IsUrlCharacter(url[i])) return false;
+    } else if (i + 2 >= url.size() || !IsHexDigit(url[i + 1]) || !IsHexDigit(url[i + 2])) {
+      return false;
+    } else {
+      i += 2;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+void SetDownloadBaseURLForTesting(std::string baseURL) {
+  std::lock_guard guard(Module().lock);
+  Module().downloadBase = baseURL.empty() ? std::string(config::kDownloadURL) : std::move(baseURL);
+}
+
+bool WaitForCheckForTesting(std::chrono::milliseconds limit) {
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  while (gChecking.load()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(2ms);
+  }
+  return true;
+}
+
+void ResetForTesting() {
+  WaitForCheckForTesting(20s);
+  ModuleState& state = Module();
+  {
+    std::lock_guard once(state.loadLock);
+    state.dismissalLoaded = false;
+  }
+  std::lock_guard guard(state.lock);
+  state.downloadBase = config::kDownloadURL;
+  for (std::string* value : {&state.latest, &state.forceBelow, &state.notes, &state.downloadPage, &state.download,
+                             &state.softDismissVersion}) {
+    value->clear();
+  }
+  state.softDismissUntil = 0;
+  gLastCheck.store(0);
+}
+
+}  // namespace orvistelle::update
+
+using namespace orvistelle;
+using namespace orvistelle::update;
+
+void FcpUpdateMaintain() {
+  LoadDismissalOnce();
+  double now = Now();
+  double last = gLastCheck.load();
+  if (last > 0 && now - last < kCheckInterval) return;
+  bool idle = false;
+  if (!gChecking.compare_exchange_strong(idle, true)) return;
+  gLastCheck.store(now);
+  StartCheck();
+}
+
+bool FcpUpdateForced() {
+  std::lock_guard guard(Module().lock);
+  return ForcedLocked(CurrentVersion());
+}
+
+bool FcpUpdateSoftAvailable() {
+  ModuleState& state = Module();
+  std::lock_guard guard(state.lock);
+  if (state.latest.empty()) return false;
+  std::string current = CurrentVersion();
+  if (CmpSemver(current, state.latest) != -1) return false;
+  // A required update is shown as required, never also offered as an optional one.
+  if (ForcedLocked(current)) return false;
+  if (state.softDismissVersion == state.latest) return Now() >= state.softDismissUntil;
+  return true;
+}
+
+std::string FcpUpdateLatestVersion() {
+  std::lock_guard guard(Module().lock);
+  return Module().latest;
+}
+
+std::string FcpUpdateNotes() {
+  std::lock_guard guard(Module().lock);
+  return Module().notes;
+}
+
+// The direct download wins over the page: a loaded manifest always leaves one, falling back to the fixed zip.
+std::string FcpUpdateDownloadURL() {
+  ModuleState& state = Module();
+  std::lock_guard guard(state.lock);
+  if (!state.download.empty()) return state.download;
+  if (!state.downloadPage.empty()) return state.downloadPage;
+  return FallbackDownloadLocked();
+}
+
+void FcpUpdateDismissSoft() {
+  ModuleState& state = Module();
+  // Held across the file write, so a concurrent reader sees the old pair or the new one, never half of each.
+  std::lock_guard guard(state.lock);
+  state.softDismissVersion = state.latest;
+  state.softDismissUntil = Now() + kDismissDuration;
+  SaveDismissal({state.softDismissVersion, state.softDismissUntil});
+}
+
+void FcpUpdateOpenDownload() {
+  std::string url = FcpUpdateDownloadURL();
+  if (!IsWellFormedURL(url)) return;
+  platform::Seam<platform::Browser>::Get().Open(url);
+}

@@ -1,0 +1,31 @@
+#include "update/Manifest.h"
+
+#include <nlohmann/json.hpp>
+
+namespace orvistelle::update {
+namespace {
+
+using nlohmann::json;
+
+std::string StringAt(const json& object, const char* key) {
+  auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+}  // namespace
+
+ManifestReading ReadManifest(std::string_view body) {
+  json manifest = json::parse(body, nullptr, /*allow_exceptions=*/false);
+  if (!manifest.is_object()) return NotAnObject{};
+  auto hosts = manifest.find("hosts");
+  if (hosts == manifest.end() || !hosts->is_object()) return MissingHostEntry{};
+  auto host = hosts->find(kHostKey);
+  if (host == hosts->end() || !host->is_object()) return MissingHostEntry{};
+  HostEntry entry{StringAt(*host, "version"), StringAt(*host, "force_below"), StringAt(*host, "notes"),
+                  StringAt(*host, "download_page"), std::nullopt};
+  std::string download = StringAt(*host, "download_macos");
+  if (!download.empty()) entry.downloadMacos = std::move(download);
+  return entry;
+}
+
+}  // namespace orvistelle::update

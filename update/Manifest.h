@@ -1,0 +1,29 @@
+// The version manifest on the download server. Only the entry of this host is read; every other key is ignored.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace orvistelle::update {
+
+inline constexpr char kHostKey[] = "fcp";
+
+// A value of the wrong JSON type reads as "", and as nothing for the direct download.
+struct HostEntry {
+  std::string version;
+  std::string forceBelow;
+  std::string notes;
+  std::string downloadPage;
+  std::optional<std::string> downloadMacos;  // only a non-empty string
+};
+
+struct NotAnObject {};        // the body is no JSON object: ignored without a word
+struct MissingHostEntry {};   // no "hosts" object, or no object for this host in it
+
+using ManifestReading = std::variant<HostEntry, NotAnObject, MissingHostEntry>;
+
+ManifestReading ReadManifest(std::string_view body);
+
+}  // namespace orvistelle::update

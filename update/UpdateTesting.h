@@ -1,0 +1,19 @@
+// Hooks for the update module's tests: where the download server is, and a way to simulate a restart.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace orvistelle::update {
+
+// Points the manifest and the fallback download at another server; "" restores the built-in one.
+void SetDownloadBaseURLForTesting(std::string baseURL);
+
+// Waits for a running check, then forgets everything a fresh process would not know: the manifest values, the last
+// attempt, the dismissal in memory and the fact that it was loaded, and the download server set above.
+void ResetForTesting();
+
+// Waits until no check is running; false if one still runs after `limit`.
+bool WaitForCheckForTesting(std::chrono::milliseconds limit);
+
+}  // namespace orvistelle::update

@@ -1,0 +1,268 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "orvistelle/FcpUpdate.h"
+#include "update/UpdateTesting.h"
+#include "update/tests/TestSupport.h"
+
+namespace orvistelle::update {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+constexpr double kSixHours = 21600.0;
+constexpr char kZipPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
+
+std::string Manifest(const json& fcp) { return json{{"hosts", {{"fcp", fcp}}}, {"schema", 2}}.dump(); }
+
+std::string Manifest(const std::string& version, const std::string& forceBelow) {
+  return Manifest(json{{"version", version}, {"force_below", forceBelow}, {"notes", "Faster skin smoothing."},
+                       {"download_page", "https://example.test/get"},
+                       {"download_macos", "https://example.test/get/orvistelle-1.2.0.zip"}});
+}
+
+class UpdateCheck : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetForTesting();
+    SetDownloadBaseURLForTesting(server.BaseURL());
+    fakes.bundle.Set("CFBundleShortVersionString", "1.1.5");
+  }
+  void TearDown() override {
+    server.Release();
+    ResetForTesting();
+  }
+
+  // One maintenance call that is due, run to its end.
+  void Check() {
+    FcpUpdateMaintain();
+    ASSERT_TRUE(WaitForCheckForTesting(20s));
+  }
+  void CheckLater(double seconds = kSixHours) {
+    fakes.clock.Advance(seconds);
+    Check();
+  }
+  std::string DismissFile() const {
+    return fakes.home.Path() + "/Library/Application Support/Orvistelle/fcp-update-dismiss.json";
+  }
+
+  testing::FakeSystem fakes;
+  testing::ManifestServer server;
+};
+
+TEST_F(UpdateCheck, NothingIsKnownBeforeTheFirstManifest) {
+  EXPECT_EQ(FcpUpdateLatestVersion(), "");
+  EXPECT_EQ(FcpUpdateNotes(), "");
+  EXPECT_FALSE(FcpUpdateForced());
+  EXPECT_FALSE(FcpUpdateSoftAvailable());
+  EXPECT_EQ(FcpUpdateDownloadURL(), server.BaseURL() + kZipPath);
+}
+
+TEST_F(UpdateCheck, GoodManifestReplacesStateWithoutSendingCredentials) {
+  server.Answer(200, Manifest("1.2.0", "1.1.0"));
+  Check();
+  EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
+  EXPECT_EQ(FcpUpdateNotes(), "Faster skin smoothing.");
+  EXPECT_EQ(FcpUpdateDownloadURL(), "https://example.test/get/orvistelle-1.2.0.zip");
+  EXPECT_EQ(fakes.log.Take(),
+            std::vector<std::string>{"[Orvistelle] update check host=fcp latest=1.2.0 force_below=1.1.0"});
+  httplib::Headers headers = server.LastHeaders();
+  EXPECT_EQ(headers.count("Authorization") + headers.count("apikey"), 0u);
+}
+
+TEST_F(UpdateCheck, MistypedOrMissingValuesReadAsEmptyAndTheDownloadFallsBackToTheZip) {
+  for (const json& fcp : {json{{"version", "1.2.0"}, {"download_page", "https://example.test/get"}},
+                          json{{"version", "1.2.0"}, {"download_macos", ""}},
+                          json{{"version", "1.2.0"}, {"notes", 3}, {"force_below", nullptr}, {"download_macos", 5}}}) {
+    SCOPED_TRACE(fcp.dump());
+    server.Answer(200, Manifest(fcp));
+    CheckLater();
+    EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
+    EXPECT_EQ(FcpUpdateNotes(), "");
+    EXPECT_FALSE(FcpUpdateForced());
+    EXPECT_EQ(FcpUpdateDownloadURL(), server.BaseURL() + kZipPath);
+  }
+  server.Answer(200, Manifest(json{{"version", json::array({"1.3.0"})}}));
+  CheckLater();
+  EXPECT_EQ(FcpUpdateLatestVersion(), "");
+}
+
+TEST_F(UpdateCheck, EveryFailureKeepsTheLastGoodAnswer) {
+  server.Answer(200, Manifest("1.2.0", "1.0.0"));
+  Check();
+  fakes.log.Take();
+  struct Failure {
+    int status;
+    std::string body;
+    std::vector<std::string> log;
+  };
+  const std::string missing = "[Orvistelle] update check: missing hosts.fcp";
+  for (const Failure& failure : std::vector<Failure>{
+           {404, "{}", {"[Orvistelle] update check failed (404)"}},
+           {500, Manifest("9.0.0", "9.0.0"), {"[Orvistelle] update check failed (500)"}},
+           {200, "", {"[Orvistelle] update check failed (200)"}},
+           {200, R"([{"hosts": {}}])", {}},
+           {200, R"({"hosts": )", {}},
+           {200, "\"1.3.0\"", {}},
+           {200, "{}", {missing}},
+           {200, R"({"hosts": []})", {missing}},
+           {200, R"({"hosts": {"fcp": "1.3.0"}})", {missing}},
+           {200, R"({"hosts": {"fcpx": {"version": "1.3.0"}}})", {missing}}}) {
+    SCOPED_TRACE(std::to_string(failure.status) + " " + failure.body);
+    server.Answer(failure.status, failure.body);
+    CheckLater();
+    EXPECT_EQ(fakes.log.Take(), failure.log);
+    EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
+    EXPECT_EQ(FcpUpdateNotes(), "Faster skin smoothing.");
+    EXPECT_TRUE(FcpUpdateSoftAvailable());
+    EXPECT_EQ(FcpUpdateDownloadURL(), "https://example.test/get/orvistelle-1.2.0.zip");
+  }
+  SetDownloadBaseURLForTesting(testing::RefusingBaseURL());
+  CheckLater();
+  EXPECT_EQ(fakes.log.Take(), std::vector<std::string>{"[Orvistelle] update check failed (0)"});
+  EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
+}
+
+struct Offer {
+  std::optional<std::string> installed;
+  std::string version;
+  std::string forceBelow;
+  bool forced;
+  bool soft;
+};
+
+void PrintTo(const Offer& offer, std::ostream* out) {
+  *out << offer.installed.value_or("none") << " of " << offer.version << " force below " << offer.forceBelow;
+}
+
+class UpdateOffer : public UpdateCheck, public ::testing::WithParamInterface<Offer> {};
+
+TEST_P(UpdateOffer, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
+  const Offer& offer = GetParam();
+  fakes.bundle.Set("CFBundleShortVersionString", offer.installed);
+  server.Answer(200, Manifest(offer.version, offer.forceBelow));
+  Check();
+  EXPECT_EQ(FcpUpdateForced(), offer.forced);
+  EXPECT_EQ(FcpUpdateSoftAvailable(), offer.soft);
+}
+
+INSTANTIATE_TEST_SUITE_P(Combinations, UpdateOffer,
+                         ::testing::Values(Offer{"1.0.0", "1.2.0", "1.1.0", true, false},
+                                           Offer{"1.1.5", "1.2.0", "1.1.0", false, true},
+                                           Offer{"1.1.0", "1.2.0", "1.1.0", false, true},
+                                           Offer{"1.2.0", "1.2.0", "1.3.0", true, false},
+                                           Offer{"1.3.0", "1.2.0", "", false, false},
+                                           Offer{"v1.2", "1.2.0", "", false, false},
+                                           Offer{std::nullopt, "0.0.1", "", false, true},
+                                           Offer{std::nullopt, "", "0.1", true, false}));
+
+TEST_F(UpdateCheck, DismissalHidesThatVersionForADayAndANewerOneAtOnceNot) {
+  server.Answer(200, Manifest("1.2.0", "1.0.0"));
+  Check();
+  FcpUpdateDismissSoft();
+  EXPECT_FALSE(FcpUpdateSoftAvailable());
+  fakes.clock.Advance(86399.9);
+  EXPECT_FALSE(FcpUpdateSoftAvailable());
+  fakes.clock.Advance(0.1);
+  EXPECT_TRUE(FcpUpdateSoftAvailable());
+
+  FcpUpdateDismissSoft();
+  server.Answer(200, Manifest("1.2.1", "1.0.0"));
+  CheckLater();
+  EXPECT_TRUE(FcpUpdateSoftAvailable());
+}
+
+TEST_F(UpdateCheck, DismissalNeverHidesARequiredUpdate) {
+  fakes.bundle.Set("CFBundleShortVersionString", "1.0.0");
+  server.Answer(200, Manifest("1.2.0", "1.1.0"));
+  Check();
+  FcpUpdateDismissSoft();
+  EXPECT_TRUE(FcpUpdateForced());
+}
+
+TEST_F(UpdateCheck, DismissalBeforeAnyManifestMatchesNothing) {
+  FcpUpdateDismissSoft();
+  server.Answer(200, Manifest("1.2.0", ""));
+  Check();
+  EXPECT_TRUE(FcpUpdateSoftAvailable());
+}
+
+TEST_F(UpdateCheck, DismissalSurvivesARestartInWholeSeconds) {
+  server.Answer(200, Manifest("1.2.0", ""));
+  Check();
+  FcpUpdateDismissSoft();
+  std::ifstream file(DismissFile());
+  json record = json::parse(file, nullptr, false);
+  EXPECT_EQ(record, (json{{"version", "1.2.0"}, {"until", 1'700'086'400}}));
+
+  ResetForTesting();
+  SetDownloadBaseURLForTesting(server.BaseURL());
+  CheckLater(86399.0);
+  EXPECT_FALSE(FcpUpdateSoftAvailable());
+  fakes.clock.Advance(0.75);  // the in-memory end was a quarter second later
+  EXPECT_TRUE(FcpUpdateSoftAvailable());
+}
+
+TEST_F(UpdateCheck, StaleOrMalformedDismissalFilesHideNothing) {
+  server.Answer(200, Manifest("1.2.0", ""));
+  std::filesystem::create_directories(std::filesystem::path(DismissFile()).parent_path());
+  for (const char* content : {R"({"version":"1.2.0","until":0})", R"({"version":"1.2.0","until":1600000000})",
+                                     R"({"version":"1.2.0","until":"1800000000"})", R"({"version":"1.2.0"})",
+                                     R"({"version":120,"until":1800000000})", R"(["1.2.0",1800000000])", "{"}) {
+    SCOPED_TRACE(content);
+    ResetForTesting();
+    SetDownloadBaseURLForTesting(server.BaseURL());
+    std::ofstream(DismissFile(), std::ios::trunc) << content;
+    Check();
+    EXPECT_TRUE(FcpUpdateSoftAvailable());
+  }
+  ResetForTesting();
+  SetDownloadBaseURLForTesting(server.BaseURL());
+  std::ofstream(DismissFile(), std::ios::trunc) << R"({"version":"1.2.0","until":1800000000.5})";
+  Check();
+  EXPECT_FALSE(FcpUpdateSoftAvailable());
+}
+
+TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedUrlToTheBrowser) {
+  FcpUpdateOpenDownload();
+  server.Answer(200, Manifest(json{{"version", "1.2.0"}, {"download_macos", "https://example.test/a b.zip"}}));
+  CheckLater();
+  FcpUpdateOpenDownload();
+  server.Answer(200, Manifest("1.2.0", ""));
+  CheckLater();
+  FcpUpdateOpenDownload();
+  EXPECT_EQ(fakes.browser.Opened(), (std::vector<std::string>{server.BaseURL() + kZipPath,
+                                                              "https://example.test/get/orvistelle-1.2.0.zip"}));
+}
+
+TEST_F(UpdateCheck, QuickCallsStartOneCheckEvenWhenTheFirstOutlastsTheInterval) {
+  server.Answer(200, Manifest("1.2.0", ""));
+  server.Hold();
+  FcpUpdateMaintain();
+  FcpUpdateMaintain();
+  fakes.clock.Advance(kSixHours);
+  std::vector<std::thread> callers;
+  for (int i = 0; i < 8; ++i) callers.emplace_back(FcpUpdateMaintain);
+  for (std::thread& caller : callers) caller.join();
+  server.Release();
+  ASSERT_TRUE(WaitForCheckForTesting(20s));
+  EXPECT_EQ(server.Requests(), 1);
+  EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
+}
+
+TEST_F(UpdateCheck, NextAttemptComesSixHoursAfterTheEndOfAFailedOne) {
+  server.Answer(500, "");
+  server.OnRequest([this] { fakes.clock.Advance(100); });
+  Check();
+  CheckLater(kSixHours - 1);
+  EXPECT_EQ(server.Requests(), 1);
+  CheckLater(1);
+  EXPECT_EQ(server.Requests(), 2);
+}
+
+}  // namespace
+}  // namespace orvistelle::update

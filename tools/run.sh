@@ -12,8 +12,21 @@ if [ ! -x "$app" ]; then
   echo "Built everything there is so far; the window is not part of this build yet."
   exit 0
 fi
+
+# This build's endpoints all point at the development backend on 127.0.0.1:54321: start it unless something
+# already listens there, and stop it again when the app quits.
+listening() { (exec 3<>/dev/tcp/127.0.0.1/54321) 2>/dev/null; }
+if ! listening; then
+  build/dev/tools/devbackend/orvistelle-devbackend >build/dev/devbackend.log 2>&1 &
+  devbackend=$!
+  trap 'kill "$devbackend" 2>/dev/null; wait "$devbackend" 2>/dev/null || true' EXIT
+  for _ in $(seq 50); do listening && break; sleep 0.1; done
+  listening || echo "The development backend did not start; see build/dev/devbackend.log." >&2
+fi
+echo "What the app sends to the development backend: http://127.0.0.1:54321/dev"
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
-  exec "$app"
+  "$app"
+  exit
 fi
 
 # No display: show the window on a virtual one long enough to photograph it, then close it.

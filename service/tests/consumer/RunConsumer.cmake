@@ -1,0 +1,69 @@
+# Installs this build into a scratch prefix, builds the outside C consumer against it with find_package, and
+# checks that it runs on the installed shared library and sees the state of a fresh process; then does the same
+# with the flags from the installed pkg-config file.
+#   cmake -DBUILD_DIR=<this build> -DWORK_DIR=<scratch> -DGENERATOR=<gen> -DC_COMPILER=<cc> -DBUILD_TYPE=<type>
+#         -DSANITIZE=<list> -DSONAME_MAJOR=<n> -P RunConsumer.cmake
+# The consumer gets the same -fsanitize flags as this build, or the instrumented library would not load.
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "failed (${result}): ${ARGN}\n${out}")
+  endif()
+  set(output "${out}" PARENT_SCOPE)
+endfunction()
+
+function(expect text)
+  string(FIND "${output}" "${text}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "expected '${text}' in:\n${output}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE "${WORK_DIR}")
+set(prefix "${WORK_DIR}/prefix")
+set(flags "")
+if(SANITIZE)
+  set(flags "-fsanitize=${SANITIZE}")
+endif()
+
+run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
+run(${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}" -B "${WORK_DIR}/build" -G "${GENERATOR}"
+  "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}" "-DCMAKE_C_COMPILER=${C_COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}"
+  "-DCMAKE_C_FLAGS=${flags}" "-DCMAKE_EXE_LINKER_FLAGS=${flags}")
+run(${CMAKE_COMMAND} --build "${WORK_DIR}/build")
+
+# The shared library exports the service interface and nothing else.
+file(GLOB library "${prefix}/lib*/liborvistelle-service.so.${SONAME_MAJOR}")
+run(nm -D --defined-only "${library}")
+string(REGEX MATCHALL "[^ \n]+\n" symbols "${output}")
+list(FILTER symbols EXCLUDE REGEX "^FcpService")
+list(LENGTH symbols others)
+string(REGEX MATCHALL " FcpService[A-Za-z]+" exported "${output}")
+list(LENGTH exported count)
+if(NOT others EQUAL 0 OR NOT count EQUAL 19)
+  message(FATAL_ERROR "expected exactly the 19 FcpService functions to be exported:\n${output}")
+endif()
+
+# The program must find the installed library through its SONAME, not the one in the build tree.
+set(program "${WORK_DIR}/build/service_consumer")
+run(readelf -d "${program}")
+expect("Shared library: [liborvistelle-service.so.${SONAME_MAJOR}]")
+run(ldd "${program}")
+expect("liborvistelle-service.so.${SONAME_MAJOR} => ${prefix}/")
+run("${program}")
+expect("status=Not signed in error=0 busy=0")
+expect("email=[]")
+expect("forced=0 soft=0 latest=[] notes=[]")
+set(seen "${output}")
+
+# The same program built without CMake, with the flags from the installed pkg-config file.
+file(GLOB pcdir "${prefix}/lib*/pkgconfig")
+run(${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${pcdir}" pkg-config --cflags --libs orvistelle-service)
+separate_arguments(pcflags UNIX_COMMAND "${output}")
+run(${C_COMPILER} ${flags} "${CMAKE_CURRENT_LIST_DIR}/main.c" ${pcflags} "-Wl,-rpath,${pcdir}/.."
+  -o "${WORK_DIR}/pc_consumer")
+run("${WORK_DIR}/pc_consumer")
+if(NOT output STREQUAL seen)
+  message(FATAL_ERROR "built with pkg-config, the consumer printed:\n${output}")
+endif()

@@ -1,0 +1,114 @@
+#include <regex>
+
+#include "auth/Session.h"
+#include "auth/tests/TestSupport.h"
+#include "orvistelle/BuildConfig.h"
+#include "orvistelle/FcpAuth.h"
+
+namespace orvistelle::auth::testing {
+namespace {
+
+const std::string kKey = config::kPublicApiKey;
+const char kRelay[] = "/rest/v1/auth_relay";
+
+class SignIn : public AuthTest {
+ protected:
+  SignIn() {
+    backend.Answer("/console/v1/plugin/heartbeat", Reply{});
+    backend.Answer("/auth/v1/user", Reply{401});
+  }
+  size_t Polls() { return backend.Seen(kRelay).size(); }
+  // The flow id of the last sign-in page opened.
+  std::string FlowId() {
+    std::string url = browser.Opened().back();
+    return url.substr(url.find("flowId=") + 7);
+  }
+  bool Finished() { return !FcpAuthBusy(); }
+};
+
+Reply Row(const Json& payload) { return {200, Dump(Json::array({{{"session_payload", payload}}}))}; }
+
+TEST_F(SignIn, RelayDeliversTheSession) {
+  const std::string access = Jwt({{"email", "new@x.y"}, {"exp", 1700003600}});
+  backend.Answer(kRelay, [&](const SeenRequest&) {
+    return Polls() < 3 ? Reply{200, "[]"} : Row({{"access_token", access}, {"refresh_token", "r"}, {"x", 1}});
+  });
+  FcpAuthLogin();
+  EXPECT_TRUE(FcpAuthBusy());
+  EXPECT_EQ(FcpAuthStatus(), "Browser opened. Come back after you sign in.");
+  ASSERT_EQ(browser.Opened().size(), 1u);
+  EXPECT_EQ(browser.Opened()[0], std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=" + FlowId());
+  EXPECT_TRUE(std::regex_match(FlowId(), std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")));
+  ASSERT_TRUE(WaitUntil([&] { return Finished(); }));
+  EXPECT_EQ(Polls(), 3u);
+  SeenRequest poll = backend.Seen(kRelay)[0];
+  EXPECT_EQ(poll.method, "GET");
+  EXPECT_EQ(poll.target, "/rest/v1/auth_relay?id=eq." + FlowId() + "&select=session_payload");
+  EXPECT_EQ(poll.headers["authorization"], "Bearer " + kKey);
+  EXPECT_EQ(poll.headers["apikey"], kKey);
+  EXPECT_TRUE(FcpAuthSignedIn());
+  EXPECT_EQ(FcpAuthStatus(), "new@x.y");
+  EXPECT_FALSE(FcpAuthStatusIsError());
+  EXPECT_EQ(CurrentSession().expiresAt, 1700003600);
+  EXPECT_EQ((*JsonObject(ReadSupportFile("fcp-session.json")))["refresh_token"], "r");
+}
+
+// None of these answers is a session: polling goes on until the budget of 30 rounds is spent.
+TEST_F(SignIn, UnusableAnswersTimeOutAfterThirtyRounds) {
+  for (Reply answer : {Row({{"access_token", "a"}, {"refresh_token", ""}}), Row("a"), Row({{"access_token", "a"}}),
+                       Reply{200, R"({"session_payload":{"access_token":"a","refresh_token":"r"}})"},
+                       Reply{200, R"([{"session_payload":{"access_token":"a","refresh_token":"r"}}]x)"},
+                       Reply{500, Row({{"access_token", "a"}, {"refresh_token", "r"}}).body}, Reply{200, "[]"},
+                       Reply{200, "[7]"}}) {
+    size_t before = Polls();
+    backend.Answer(kRelay, answer);
+    FcpAuthLogin();
+    ASSERT_TRUE(WaitUntil([&] { return Finished(); })) << answer.body;
+    EXPECT_EQ(Polls() - before, 30u) << answer.body;
+    EXPECT_EQ(FcpAuthStatus(), "Sign-in timed out. Try again.");
+    EXPECT_TRUE(FcpAuthStatusIsError());
+    EXPECT_FALSE(FcpAuthSignedIn());
+  }
+}
+
+TEST_F(SignIn, SecondSignInSupersedesTheFirst) {
+  backend.Answer(kRelay, Reply{200, "[]"});
+  UseSettings([](AuthSettings& settings) { settings.pollInterval = 10ms; });
+  FcpAuthLogin();
+  std::string first = FlowId();
+  ASSERT_TRUE(WaitUntil([&] { return Polls() >= 2; }));
+  FcpAuthLogin();
+  std::string second = FlowId();
+  ASSERT_TRUE(WaitUntil([&] { return Finished(); }));
+  size_t firstPolls = 0, secondPolls = 0;
+  for (const SeenRequest& poll : backend.Seen(kRelay)) {
+    (poll.target.find(first) != std::string::npos ? firstPolls : secondPolls)++;
+  }
+  EXPECT_LT(firstPolls, 30u);
+  EXPECT_EQ(secondPolls, 30u);
+  EXPECT_EQ(FcpAuthStatus(), "Sign-in timed out. Try again.");
+}
+
+TEST_F(SignIn, SignOutEndsThePollQuietly) {
+  backend.Answer(kRelay, Reply{200, "[]"});
+  FcpAuthLogin();
+  ASSERT_TRUE(WaitUntil([&] { return Polls() >= 1; }));
+  FcpAuthLogout();
+  EXPECT_FALSE(FcpAuthBusy());
+  size_t polls = Polls();
+  std::this_thread::sleep_for(200ms);  // longer than the rest of the polling budget
+  EXPECT_LE(Polls(), polls + 1);
+  EXPECT_EQ(FcpAuthStatus(), "Signed out");
+  EXPECT_FALSE(FcpAuthStatusIsError());
+}
+
+TEST_F(SignIn, PagesOpenInTheBrowser) {
+  for (auto open : {FcpAuthOpenSignup, FcpAuthOpenTerms, FcpAuthOpenPrivacy, FcpAuthOpenSite, FcpAuthOpenDocs}) open();
+  std::string site = config::kSiteURL;
+  EXPECT_EQ(browser.Opened(), (std::vector<std::string>{site + "/sign-up?from=vask", site + "/terms",
+                                                        site + "/privacy", site, std::string(config::kDocsURL) +
+                                                        "/fcp/install"}));
+}
+
+}  // namespace
+}  // namespace orvistelle::auth::testing

@@ -28,7 +28,7 @@ constexpr char kFallbackDownloadPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-ma
 
 // Never destroyed: a check still in flight when the process exits may write into it.
 struct ModuleState {
-  std::mutex lock;  // guards every member below; the accessors and a finishing check exclude each other
+  std::mutex lock;  // guards the members down to softDismissUntil; accessors and a finishing check exclude each other
   std::string downloadBase = config::kDownloadURL;
   std::string latest;
   std::string forceBelow;

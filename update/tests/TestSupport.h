@@ -1,12 +1,8 @@
 // Fakes for the OS seams and a loopback download server, shared by the update and service tests.
 #pragma once
 
-#include <arpa/inet.h>
 #include <httplib.h>
-#include <netinet/in.h>
 #include <stdlib.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -108,10 +104,9 @@ class RecordingBrowser final : public platform::Browser {
 class ManifestServer {
  public:
   ManifestServer() {
-    server_.Get("/orvistelle/vask/latest.json", [this](const httplib::Request& request, httplib::Response& response) {
+    server_.Get("/orvistelle/vask/latest.json", [this](const httplib::Request&, httplib::Response& response) {
       std::unique_lock guard(lock_);
       ++requests_;
-      lastHeaders_ = request.headers;
       released_.wait(guard, [this] { return !holding_; });
       if (onRequest_) onRequest_();
       response.status = status_;
@@ -156,10 +151,6 @@ class ManifestServer {
     std::lock_guard guard(lock_);
     return requests_;
   }
-  httplib::Headers LastHeaders() {
-    std::lock_guard guard(lock_);
-    return lastHeaders_;
-  }
 
  private:
   httplib::Server server_;
@@ -172,7 +163,6 @@ class ManifestServer {
   std::string body_;
   std::function<void()> onRequest_;
   int requests_ = 0;
-  httplib::Headers lastHeaders_;
 };
 
 // Every seam the update and service modules touch, replaced for the lifetime of the object.
@@ -189,17 +179,7 @@ struct FakeSystem {
   platform::ScopedSeam<platform::Browser> browserSeam{&browser};
 };
 
-// A loopback base URL where nothing listens, so every request fails at once with no HTTP answer.
-inline std::string RefusingBaseURL() {
-  int socketFd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof(address);
-  bind(socketFd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-  getsockname(socketFd, reinterpret_cast<sockaddr*>(&address), &length);
-  close(socketFd);
-  return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-}
+// Nothing listens on port 1 of the loopback interface: every request there fails at once with no HTTP answer.
+inline constexpr char kRefusingBaseURL[] = "http://127.0.0.1:1";
 
 }  // namespace orvistelle::testing

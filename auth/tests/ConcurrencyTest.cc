@@ -8,12 +8,13 @@ namespace {
 
 // Every public function at once from many threads, with the timer, polls, refreshes and heartbeats running.
 TEST_F(AuthTest, PublicFunctionsMayBeCalledFromAnyThread) {
-  std::atomic<int> relayRound{0};
+  // Shared with the server's handler, which may still run after the test body has returned.
+  auto relayRound = std::make_shared<std::atomic<int>>(0);
   backend.Answer("/console/v1/plugin/heartbeat", Reply{503});
   backend.Answer("/auth/v1/user", Reply{200, R"({"email":"u@x.y"})"});
   backend.Answer("/auth/v1/token", Reply{200, Dump({{"access_token", Jwt({{"exp", clock.now + 30}})}})});
-  backend.Answer("/rest/v1/auth_relay", [&](const SeenRequest&) {
-    return ++relayRound % 3 != 0 ? Reply{200, "[]"}
+  backend.Answer("/rest/v1/auth_relay", [this, relayRound](const SeenRequest&) {
+    return ++*relayRound % 3 != 0 ? Reply{200, "[]"}
                                  : Reply{200, Dump(Json::array({{{"session_payload", {{"access_token", Jwt({{"exp", clock.now + 10}})},
                                                                                       {"refresh_token", "r"}}}}}))};
   });
@@ -35,7 +36,7 @@ TEST_F(AuthTest, PublicFunctionsMayBeCalledFromAnyThread) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_GT(relayRound.load(), 0);
+  EXPECT_GT(relayRound->load(), 0);
 }
 
 }  // namespace

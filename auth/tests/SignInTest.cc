@@ -30,7 +30,7 @@ Reply Row(const Json& payload) { return {200, Dump(Json::array({{{"session_paylo
 
 TEST_F(SignIn, RelayDeliversTheSession) {
   const std::string access = Jwt({{"email", "new@x.y"}, {"exp", 1700003600}});
-  backend.Answer(kRelay, [&](const SeenRequest&) {
+  backend.Answer(kRelay, [this, access](const SeenRequest&) {
     return Polls() < 3 ? Reply{200, "[]"} : Row({{"access_token", access}, {"refresh_token", "r"}, {"x", 1}});
   });
   FcpAuthLogin();

@@ -5,9 +5,6 @@
 
 namespace orvistelle::auth {
 
-// The built-in endpoints and timings.
-AuthSettings ProductionSettings();
-
 void SetAuthSettingsForTesting(const AuthSettings& settings);
 
 // Stops the maintenance timer, ends sign-in polls, waits for every background task to finish, then returns the

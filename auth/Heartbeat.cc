@@ -3,7 +3,8 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
+#include <iomanip>
+#include <sstream>
 
 #include "auth/Background.h"
 #include "auth/Files.h"
@@ -64,10 +65,10 @@ std::string UtcDay(double seconds) {
   using namespace std::chrono;
   auto moment = sys_seconds(std::chrono::seconds(static_cast<int64_t>(std::floor(seconds))));
   year_month_day day(floor<days>(moment));
-  char text[32];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(day.year()),
-                static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
-  return text;
+  std::ostringstream text;
+  text << std::setfill('0') << std::setw(4) << static_cast<int>(day.year()) << '-' << std::setw(2)
+       << static_cast<unsigned>(day.month()) << '-' << std::setw(2) << static_cast<unsigned>(day.day());
+  return text.str();
 }
 
 void ReportHeartbeatIfNeeded() {

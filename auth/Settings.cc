@@ -12,6 +12,8 @@
 namespace orvistelle::auth {
 namespace {
 
+AuthSettings ProductionSettings() { return {config::kAuthURL, config::kApiURL}; }
+
 struct GuardedSettings {
   std::mutex mutex;
   AuthSettings settings = ProductionSettings();
@@ -23,8 +25,6 @@ GuardedSettings& Settings() {
 }
 
 }  // namespace
-
-AuthSettings ProductionSettings() { return {config::kAuthURL, config::kApiURL}; }
 
 AuthSettings CurrentSettings() {
   std::lock_guard lock(Settings().mutex);

@@ -5,15 +5,21 @@
 
 #include <string>
 
-// Starts background maintenance once per process (later calls do nothing).
+// Starts background maintenance once per process (later calls do nothing): loads the stored session, then keeps it
+// renewed, reports the daily heartbeat and keeps the status line current, at once and every 30 s.
 void FcpAuthMaintain();
-// True when a session with an access token is loaded, loading the session file if needed.
+// True when both an access and a refresh token are held; when none are, the session file is read first, so a file
+// written by another process is picked up.
 bool FcpAuthHasSession();
+// The same as FcpAuthHasSession.
 bool FcpAuthSignedIn();
-// Opens the sign-in page in the browser and waits for the session in the background.
+// Starts maintenance if needed, opens the sign-in page in the browser and waits for the session in the background;
+// a later sign-in or a sign-out supersedes it.
 void FcpAuthLogin();
-// Forgets the session locally and deletes the session file.
+// Forgets the session locally and deletes the session file; the tokens are not revoked on the server.
 void FcpAuthLogout();
+
+// The website's pages, in the current interface language.
 
 void FcpAuthOpenSignup();
 void FcpAuthOpenTerms();
@@ -23,8 +29,9 @@ void FcpAuthOpenDocs();
 
 // A sign-in is in progress.
 bool FcpAuthBusy();
-// The status line in the current language.
+// The status line: a message in the current language, or the account's e-mail address.
 std::string FcpAuthStatus();
+// The status line reports a failure; it stays until sign-in, sign-out or an expiry replaces it.
 bool FcpAuthStatusIsError();
 // The signed-in e-mail address, or "".
 std::string FcpAuthEmail();

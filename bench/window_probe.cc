@@ -67,10 +67,10 @@ class Display {
  public:
   bool Open() {
     connection_ = xcb_connect(nullptr, nullptr);
-    if (xcb_connection_has_error(connection_) != 0) return false;
+    if (xcb_connection_has_error(connection_) != 0) return Fail("cannot connect to the X display");
     root_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
     const xcb_query_extension_reply_t* damage = xcb_get_extension_data(connection_, &xcb_damage_id);
-    if (damage == nullptr || damage->present == 0) return false;
+    if (damage == nullptr || damage->present == 0) return Fail("the X display has no DAMAGE extension");
     damageEvent_ = damage->first_event + XCB_DAMAGE_NOTIFY;
     free(xcb_damage_query_version_reply(connection_, xcb_damage_query_version(connection_, 1, 1), nullptr));
     netWmName_ = Atom("_NET_WM_NAME");
@@ -81,7 +81,7 @@ class Display {
         xcb_request_check(connection_, xcb_change_window_attributes_checked(connection_, root_, XCB_CW_EVENT_MASK,
                                                                             &mask)),
         &std::free);
-    return error == nullptr;
+    return error == nullptr || Fail("cannot watch the X display's top-level windows");
   }
   ~Display() {
     if (connection_ != nullptr) xcb_disconnect(connection_);
@@ -103,6 +103,11 @@ class Display {
   }
 
  private:
+  static bool Fail(const char* why) {
+    std::fprintf(stderr, "window_probe: %s\n", why);
+    return false;
+  }
+
   xcb_atom_t Atom(const char* name) {
     ReplyPtr<xcb_intern_atom_reply_t> reply(
         xcb_intern_atom_reply(connection_, xcb_intern_atom(connection_, 0, std::strlen(name), name), nullptr),
@@ -191,10 +196,7 @@ std::optional<double> ProcessCpuMs(pid_t pid) {
 
 int Measure(Options& options) {
   Display display;
-  if (!display.Open()) {
-    std::fprintf(stderr, "window_probe: no X display with the DAMAGE extension\n");
-    return 1;
-  }
+  if (!display.Open()) return 1;
   const double startMs = NowMs();
   const std::optional<pid_t> pid = Spawn(options.command);
   if (!pid) {

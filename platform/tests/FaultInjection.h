@@ -118,6 +118,18 @@ inline Behaviour NotHttp() {
   };
 }
 
+// An answer without a length that runs past any sensible size: 100 MB unless the client gives up first.
+inline Behaviour Flood() {
+  return [](int socket) {
+    ReadRequest(socket);
+    SendText(socket, "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n");
+    const std::string chunk(64 * 1024, ' ');
+    for (size_t sent = 0; sent < 100u * 1024 * 1024; sent += chunk.size()) {
+      if (send(socket, chunk.data(), chunk.size(), MSG_NOSIGNAL) < 0) return;
+    }
+  };
+}
+
 // Accepts and reads the request, then says nothing until `latch` opens, and closes without an answer.
 inline Behaviour Silent(Latch& latch) {
   return [&latch](int socket) {

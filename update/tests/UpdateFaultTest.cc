@@ -75,7 +75,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Misbehaviour{"reset mid-body", fault::ResetMidBody, 0},
                       Misbehaviour{"500 with an HTML page", fault::HtmlServerError, 500},
                       Misbehaviour{"redirect to a file", [] { return fault::RedirectTo("file:///etc/passwd"); }, 0},
-                      Misbehaviour{"not HTTP", fault::NotHttp, 0}));
+                      Misbehaviour{"not HTTP", fault::NotHttp, 0},
+                      Misbehaviour{"100 MB without a length", fault::Flood, 0}));
 
 // The check runs aside: while the server hangs, the host is neither kept waiting nor shown anything new, and no
 // second check starts. The transport's own time limit is tested with the transport; here the peer gives up first.

@@ -47,8 +47,7 @@ bool HasHost(std::string_view rest) {
 }
 
 bool IsSafeHeaderValue(std::string_view value) {
-  return std::none_of(value.begin(), value.end(),
-                      [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+  return std::none_of(value.begin(), value.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
 }
 
 }  // namespace

@@ -51,8 +51,6 @@ const Json* ObjectMember(const Json& object, std::string_view key) {
   return value != nullptr && value->is_object() ? value : nullptr;
 }
 
-std::string Dump(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
+std::string Dump(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 }  // namespace orvistelle::auth

@@ -108,8 +108,8 @@ void FetchEmailIfNeeded() {
   Session session = CurrentSession();
   if (!session.email.empty() || session.access.empty()) return;
   int64_t status = 0;
-  std::optional<Json> answer = JsonObject(Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user",
-                                               session.access, std::nullopt, config::kPublicApiKey, &status));
+  std::optional<Json> answer = JsonObject(Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user", session.access,
+                                               std::nullopt, config::kPublicApiKey, &status));
   std::optional<std::string> email = answer ? NonEmptyStringMember(*answer, "email") : std::nullopt;
   if (status != 200 || !email) return;
   SetEmail(*email);

@@ -10,10 +10,10 @@
 namespace orvistelle::auth {
 
 struct Session {
-  std::string access;      // a JWT; empty: none
-  std::string refresh;     // empty: none
-  std::string email;       // empty: unknown
-  double expiresAt = 0;    // the access token's expiry in seconds since 1970; 0 or less: unknown
+  std::string access;    // a JWT; empty: none
+  std::string refresh;   // empty: none
+  std::string email;     // empty: unknown
+  double expiresAt = 0;  // the access token's expiry in seconds since 1970; 0 or less: unknown
 };
 
 // A copy of the session as it stands; every field is read at the same moment.

@@ -1,3 +1,5 @@
+#include "auth/Settings.h"
+
 #include <mutex>
 
 #include "auth/AuthTesting.h"
@@ -5,7 +7,6 @@
 #include "auth/Heartbeat.h"
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
-#include "auth/Settings.h"
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
 

@@ -8,8 +8,8 @@
 namespace orvistelle::auth {
 
 struct AuthSettings {
-  std::string authBaseURL;  // the auth backend ("/auth/v1/...", "/rest/v1/...")
-  std::string apiBaseURL;   // the product API ("/console/v1/...")
+  std::string authBaseURL;                           // the auth backend ("/auth/v1/...", "/rest/v1/...")
+  std::string apiBaseURL;                            // the product API ("/console/v1/...")
   std::chrono::milliseconds pollInterval{1000};      // pause after each unsuccessful sign-in poll
   std::chrono::milliseconds timerFirstDelay{30000};  // from maintenance start to the first timer pass
   std::chrono::milliseconds timerPeriod{30000};      // between timer passes

@@ -5,6 +5,9 @@
 
 namespace orvistelle::auth {
 
+// The built-in endpoints and timings, for a test to start from.
+AuthSettings ProductionSettings();
+
 void SetAuthSettingsForTesting(const AuthSettings& settings);
 
 // Stops the maintenance timer, ends sign-in polls, waits for every background task to finish, then returns the

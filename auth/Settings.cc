@@ -13,8 +13,6 @@
 namespace orvistelle::auth {
 namespace {
 
-AuthSettings ProductionSettings() { return {config::kAuthURL, config::kApiURL}; }
-
 struct GuardedSettings {
   std::mutex mutex;
   AuthSettings settings = ProductionSettings();
@@ -26,6 +24,8 @@ GuardedSettings& Settings() {
 }
 
 }  // namespace
+
+AuthSettings ProductionSettings() { return {config::kAuthURL, config::kApiURL}; }
 
 AuthSettings CurrentSettings() {
   std::lock_guard lock(Settings().mutex);

@@ -8,6 +8,7 @@
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Settings.h"
+#include "auth/SignIn.h"
 #include "auth/Status.h"
 #include "auth/Uuid.h"
 #include "orvistelle/BuildConfig.h"
@@ -16,20 +17,10 @@
 #include "platform/Platform.h"
 
 namespace orvistelle::auth {
-namespace {
-
-constexpr int kPollRounds = 30;
-
-struct RelayTokens {
-  std::string access;
-  std::string refresh;
-};
 
 // The relay answers an array of rows; the first row's "session_payload" carries the website's new session.
-std::optional<RelayTokens> FetchRelayTokens(const std::string& relayURL) {
-  int64_t status = 0;
-  std::optional<Json> rows =
-      ParseJson(Http("GET", relayURL, config::kPublicApiKey, std::nullopt, config::kPublicApiKey, &status));
+std::optional<RelayTokens> ReadRelayAnswer(int64_t status, const std::optional<std::string>& body) {
+  std::optional<Json> rows = ParseJson(body);
   if (status != 200 || !rows || !rows->is_array() || rows->empty()) return std::nullopt;
   const Json* payload = ObjectMember(rows->front(), "session_payload");
   if (payload == nullptr) return std::nullopt;
@@ -37,6 +28,17 @@ std::optional<RelayTokens> FetchRelayTokens(const std::string& relayURL) {
   std::optional<std::string> refresh = NonEmptyStringMember(*payload, "refresh_token");
   if (!access || !refresh) return std::nullopt;
   return RelayTokens{*access, *refresh};
+}
+
+namespace {
+
+constexpr int kPollRounds = 30;
+
+std::optional<RelayTokens> FetchRelayTokens(const std::string& relayURL) {
+  int64_t status = 0;
+  std::optional<std::string> body =
+      Http("GET", relayURL, config::kPublicApiKey, std::nullopt, config::kPublicApiKey, &status);
+  return ReadRelayAnswer(status, body);
 }
 
 // Ends quietly once another sign-in, a sign-out or an expiry has superseded this attempt.

@@ -181,8 +181,11 @@ class RawPeer {
   std::vector<std::thread> connections_;  // touched by the acceptor only, until it has ended
 };
 
+constexpr int kNotPrepared = 2;  // the child's exit status when its preparation failed
+
 // Runs `body` in a forked child once `prepare` has succeeded there, and hands back what the body returned; nothing
-// when the preparation failed or the child died. Whatever the child does to itself (limits, mounts) ends with it.
+// when the preparation failed, and a text no test expects when the child died. Whatever the child does to itself
+// (limits, mounts) ends with it.
 // The caller must have no other thread in the middle of the code the body runs.
 inline std::optional<std::string> InChildProcess(const std::function<bool()>& prepare,
                                                  const std::function<std::string()>& body) {
@@ -191,7 +194,7 @@ inline std::optional<std::string> InChildProcess(const std::function<bool()>& pr
   pid_t child = fork();
   if (child == 0) {
     close(channel[0]);
-    if (!prepare()) _exit(2);
+    if (!prepare()) _exit(kNotPrepared);
     std::string result = body();
     for (size_t sent = 0; sent < result.size();) {
       ssize_t count = write(channel[1], result.data() + sent, result.size() - sent);
@@ -206,8 +209,10 @@ inline std::optional<std::string> InChildProcess(const std::function<bool()>& pr
   for (ssize_t count; (count = read(channel[0], buffer, sizeof buffer)) > 0;) result.append(buffer, count);
   close(channel[0]);
   int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    return std::nullopt;
+  if (child < 0 || waitpid(child, &status, 0) != child) return std::nullopt;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPrepared) return std::nullopt;
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    return "the child process died (wait status " + std::to_string(status) + ")";
   }
   return result;
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures every performance figure against its reference in the same run and prints the table.
 #
-#   bash bench/run.sh        # about 13 minutes on 2 cores, 9 of them the idle rounds; not part of the tests
+#   bash bench/run.sh        # about 15 minutes on 2 cores, 9 of them the idle rounds; not part of the tests
 #
 # Each figure alternates ours and the reference round by round (BENCH_ROUNDS, default 9) and reports medians.
 # Exit status: 0 when every figure is within its budget, 3 when one is not, anything else when a run failed.

@@ -208,24 +208,24 @@ void AppDelegate::addHeader(QWidget* content) {
 }
 
 void AppDelegate::addStatusRows(QWidget* content) {
-  struct RowSpec {
+  struct RowPlan {
     const char* captionKey;
     double y;
     const char* name;
     QPointer<SymbolView>* icon;
     QPointer<QLabel>* value;
   };
-  const RowSpec rows[] = {{"shell.labelHost", 368, "host", &hostStatusIcon_, &hostValueLabel_},
+  const RowPlan rows[] = {{"shell.labelHost", 368, "host", &hostStatusIcon_, &hostValueLabel_},
                           {"shell.labelXpc", 340, "xpc", &xpcStatusIcon_, &xpcValueLabel_},
                           {"shell.labelTemplate", 312, "template", &templateStatusIcon_, &templateValueLabel_}};
-  for (const RowSpec& spec : rows) {
-    StatusRow row = addStatusRow(Text(spec.captionKey), spec.y, kContentWidth, content);
-    const QString name = spec.name;
+  for (const RowPlan& plan : rows) {
+    StatusRow row = addStatusRow(Text(plan.captionKey), plan.y, kContentWidth, content);
+    const QString name = plan.name;
     row.caption->setObjectName(name + "Caption");
     row.icon->setObjectName(name + "StatusIcon");
     row.value->setObjectName(name + "ValueLabel");
-    *spec.icon = row.icon;
-    *spec.value = row.value;
+    *plan.icon = row.icon;
+    *plan.value = row.value;
   }
 }
 

@@ -1,80 +1,18 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <functional>
+#include <atomic>
 #include <thread>
 
 #include "platform/HttpTransport.h"
+#include "platform/testing/LoopbackServer.h"
 
 namespace orvistelle::platform {
 namespace {
 
 using namespace std::chrono_literals;
-
-class LoopbackServer {
- public:
-  LoopbackServer() {
-    // The library's default pool is one thread per core less one, and a kept-alive connection holds its thread.
-    server_.new_task_queue = [] { return new httplib::ThreadPool(16); };
-    // Stopping waits for idle kept-alive connections to time out.
-    server_.set_keep_alive_timeout(0);
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) std::this_thread::sleep_for(1ms);
-  }
-  ~LoopbackServer() {
-    server_.stop();
-    thread_.join();
-  }
-  httplib::Server& server() { return server_; }
-  std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
-
- private:
-  httplib::Server server_;
-  int port_ = 0;
-  std::thread thread_;
-};
-
-// A bare TCP peer for misbehaviour that an HTTP server library would not produce: it accepts one connection and
-// hands the socket to `behave`.
-class RawPeer {
- public:
-  explicit RawPeer(std::function<void(int)> behave) {
-    listener_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    listen(listener_, 4);
-    socklen_t length = sizeof address;
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this, behave = std::move(behave)] {
-      int client = accept(listener_, nullptr, nullptr);
-      if (client >= 0) {
-        behave(client);
-        close(client);
-      }
-    });
-  }
-  ~RawPeer() {
-    shutdown(listener_, SHUT_RDWR);
-    close(listener_);
-    thread_.join();
-  }
-  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
-
- private:
-  int listener_ = -1;
-  int port_ = 0;
-  std::thread thread_;
-};
-
-void SendText(int socket, const std::string& text) { (void)send(socket, text.data(), text.size(), MSG_NOSIGNAL); }
+using fault::RawPeer;
+using fault::SendText;
+using testing::LoopbackServer;
 
 HttpRequest Get(const std::string& url, std::chrono::milliseconds timeout = 5s) {
   HttpRequest request;
@@ -141,14 +79,12 @@ TEST(HttpTransport, NoAnswerMeansStatusZero) {
 }
 
 TEST(HttpTransport, ServerThatNeverAnswersIsCutOffAtTheTimeout) {
-  RawPeer silent([](int socket) {
-    char buffer[4096];
-    (void)recv(socket, buffer, sizeof buffer, 0);
-    std::this_thread::sleep_for(800ms);
-  });
+  fault::Latch latch;
+  RawPeer silent(fault::Silent(latch));
   auto start = std::chrono::steady_clock::now();
-  HttpResponse response = HttpSend(Get(silent.url(), 500ms));
+  HttpResponse response = HttpSend(Get(silent.BaseURL() + "/", 500ms));
   auto elapsed = std::chrono::steady_clock::now() - start;
+  latch.Open();
   EXPECT_EQ(response.status, 0);
   EXPECT_LT(elapsed, 1500ms);
 }
@@ -161,35 +97,21 @@ TEST(HttpTransport, DripFeedingServerIsCutOffAtTheTimeout) {
       std::this_thread::sleep_for(100ms);
     }
   });
-  HttpResponse response = HttpSend(Get(drip.url(), 600ms));
+  HttpResponse response = HttpSend(Get(drip.BaseURL() + "/", 600ms));
   EXPECT_EQ(response.status, 0);
   EXPECT_FALSE(response.body);
 }
 
 TEST(HttpTransport, ResetMidBodyIsNoAnswer) {
-  RawPeer reset([](int socket) {
-    char buffer[4096];
-    (void)recv(socket, buffer, sizeof buffer, 0);
-    SendText(socket, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{\"partial\":");
-    linger hard{1, 0};
-    setsockopt(socket, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-  });
-  HttpResponse response = HttpSend(Get(reset.url()));
+  RawPeer reset(fault::ResetMidBody());
+  HttpResponse response = HttpSend(Get(reset.BaseURL() + "/"));
   EXPECT_EQ(response.status, 0);
   EXPECT_FALSE(response.body);
 }
 
 TEST(HttpTransport, OversizedBodyWithoutLengthIsNoAnswer) {
-  RawPeer flood([](int socket) {
-    char buffer[4096];
-    (void)recv(socket, buffer, sizeof buffer, 0);
-    SendText(socket, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-    std::string chunk(64 * 1024, 'x');
-    for (size_t sent = 0; sent < 100u * 1024 * 1024; sent += chunk.size()) {
-      if (send(socket, chunk.data(), chunk.size(), MSG_NOSIGNAL) < 0) return;
-    }
-  });
-  HttpResponse response = HttpSend(Get(flood.url()));
+  RawPeer flood(fault::Flood());
+  HttpResponse response = HttpSend(Get(flood.BaseURL() + "/"));
   EXPECT_EQ(response.status, 0);
   EXPECT_FALSE(response.body);
 }

@@ -10,6 +10,7 @@
 #include "platform/InfoPlist.h"
 #include "platform/Platform.h"
 #include "platform/linux/BundleLayout.h"
+#include "platform/testing/FakePlatform.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -93,12 +94,6 @@ TEST(BundleLayout, RecognisesAppBundleShapeOnly) {
 namespace orvistelle::platform {
 namespace {
 
-class RecordingLog final : public SystemLog {
- public:
-  void Write(std::string_view line) override { lines.emplace_back(line); }
-  std::vector<std::string> lines;
-};
-
 // Replaces PATH for one test so that the real xdg-open is never reached.
 class ScopedPath {
  public:
@@ -111,13 +106,9 @@ class ScopedPath {
   std::string saved_;
 };
 
-std::string TempDir() {
-  std::string pattern = ::testing::TempDir() + "browser-XXXXXX";
-  return mkdtemp(pattern.data());
-}
-
 TEST(Browser, PassesTheUrlAsOneArgumentWithoutAShell) {
-  std::string dir = TempDir();
+  testing::TempDir temp;
+  const std::string dir = temp.path().string();
   std::string out = dir + "/argv";
   {
     std::ofstream script(dir + "/xdg-open");
@@ -139,12 +130,14 @@ TEST(Browser, PassesTheUrlAsOneArgumentWithoutAShell) {
 }
 
 TEST(Browser, MissingOpenerIsLoggedNotFatal) {
-  RecordingLog log;
+  testing::RecordingLog log;
   ScopedSeam<SystemLog> guard(&log);
-  ScopedPath path(TempDir());
+  testing::TempDir emptyFolder;
+  ScopedPath path(emptyFolder.path().string());
   Browser::Default().Open("http://127.0.0.1/");
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].rfind("[Orvistelle] could not open URL", 0), 0u) << log.lines[0];
+  const std::vector<std::string> lines = log.Snapshot();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].rfind("[Orvistelle] could not open URL", 0), 0u) << lines[0];
 }
 
 }  // namespace

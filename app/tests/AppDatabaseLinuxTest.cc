@@ -10,10 +10,10 @@ namespace orvistelle::platform {
 namespace {
 
 namespace fs = std::filesystem;
-using shell::testing::FakeHome;
 using shell::testing::ReadFile;
-using shell::testing::TempDir;
 using shell::testing::WriteFile;
+using testing::FakeHome;
+using testing::TempDir;
 using Keys = std::map<std::string, std::string>;
 
 struct ParseCase {
@@ -49,7 +49,6 @@ TEST(DesktopEntryWrite, ExecArgumentsSurviveEveryReservedCharacter) {
 class XdgAppDatabaseTest : public ::testing::Test {
  protected:
   XdgAppDatabaseTest() {
-    home_.directory = (temp_.path() / "home").string();
     bundle_ = temp_.path() / "My Apps" / "Orvistelle FCP Beauty.app";
     WriteFile(bundle_ / "Contents/Info.plist",
               "<plist><dict><key>CFBundleIdentifier</key><string>net.tarnwix.orvistelle.fcp</string>"
@@ -74,7 +73,7 @@ class XdgAppDatabaseTest : public ::testing::Test {
   }
 
   TempDir temp_;
-  FakeHome home_;
+  FakeHome home_{(temp_.path() / "home").string()};
   ScopedSeam<Home> homeGuard_{&home_};
   fs::path bundle_;
   fs::path executable_;
@@ -100,7 +99,7 @@ TEST_F(XdgAppDatabaseTest, RegisterWritesAnEntryTheLookupReadsBack) {
 TEST_F(XdgAppDatabaseTest, DataHomeDefaultsUnderTheHomeFolderWhenUnsetOrRelative) {
   env_["XDG_DATA_HOME"] = "relative/data";
   ASSERT_EQ(Database()->Register(bundle_.string()), 0);
-  EXPECT_TRUE(fs::exists(EntryIn(fs::path(home_.directory) / ".local/share")));
+  EXPECT_TRUE(fs::exists(EntryIn(fs::path(home_.Directory()) / ".local/share")));
 }
 
 TEST_F(XdgAppDatabaseTest, LookupReadsDataHomeThenEachDataDirInOrder) {

@@ -7,7 +7,7 @@
 #include "app/Setup.h"
 #include "app/tests/ShellFixture.h"
 #include "platform/linux/AppDatabase_linux.h"
-#include "platform/tests/FaultInjection.h"
+#include "platform/testing/FaultInjection.h"
 
 namespace orvistelle::shell::testing {
 namespace {
@@ -27,7 +27,7 @@ std::string PressSetup() {
 class FaultTemplateInstall : public ShellFixture {
  protected:
   FaultTemplateInstall() { SetHostRegistered(true); }
-  fs::path Movies() const { return fs::path(home_.directory) / "Movies"; }
+  fs::path Movies() { return fs::path(home_.Directory()) / "Movies"; }
 };
 
 TEST_F(FaultTemplateInstall, ReadOnlyMoviesFolderIsReportedAndNothingIsHalfInstalled) {
@@ -47,13 +47,13 @@ TEST_F(FaultTemplateInstall, ReadOnlyMoviesFolderIsReportedAndNothingIsHalfInsta
 TEST_F(FaultTemplateInstall, FullDiskKeepsThePreviousTemplate) {
   WriteFile(BundledTemplate() / "Orvistelle Beauty" / "Large.png", std::string(64 * 1024, 'p'));
   SetInstalledTemplate(true, "previous");
-  const auto before = fault::Snapshot(home_.directory);
+  const auto before = fault::Snapshot(home_.Directory());
   std::optional<std::string> hint = fault::WithFileSizeLimit(16 * 1024, PressSetup);
   ASSERT_TRUE(hint);
   // The library's copy reports a short write as an input/output error rather than the disk's own reason.
   EXPECT_TRUE(hint->starts_with("error: Could not install template: ")) << *hint;
   EXPECT_GT(hint->size(), std::strlen("error: Could not install template: "));
-  EXPECT_EQ(fault::Snapshot(home_.directory), before);
+  EXPECT_EQ(fault::Snapshot(home_.Directory()), before);
 }
 
 // Links in the bundled template that lead out of it stay links, and nothing outside the destination changes, even
@@ -90,7 +90,7 @@ class FaultRegistration : public ShellFixture {
     WriteFile(bundle_ / "Contents/Info.plist",
               "<plist><dict><key>CFBundleIdentifier</key><string>net.tarnwix.orvistelle.fcp</string>"
               "<key>CFBundleExecutable</key><string>Orvistelle FCP Beauty</string></dict></plist>");
-    fs::permissions(bundleSeam_.location.executablePath, fs::perms::owner_all);
+    fs::permissions(bundleSeam_.Main().executablePath, fs::perms::owner_all);
     env_["XDG_DATA_HOME"] = (temp_.path() / "data").string();
     env_["XDG_DATA_DIRS"] = (temp_.path() / "none").string();
     env_["TMPDIR"] = (temp_.path() / "tmp").string();

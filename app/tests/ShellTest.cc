@@ -20,7 +20,7 @@ TEST_F(ProbeTest, PlainFilesInPlaceOfFoldersCountAsAbsent) {
 TEST_F(ProbeTest, BundleWithoutPlugInsFolderHasNoPluginAndSkipsThePluginTemplate) {
   WriteFile(Plugin() / "Contents/Resources/MotionTemplates/Effects/Orvistelle.localized/x", "");
   fs::remove_all(BundledTemplate());
-  bundleSeam_.location.builtInPlugInsPath.clear();
+  bundleSeam_.ChangeLocation([](platform::BundleLocation& location) { location.builtInPlugInsPath.clear(); });
   EXPECT_EQ(XpcPluginPath(), std::nullopt);
   EXPECT_FALSE(HasXPCPlugin());
   EXPECT_EQ(BundledTemplatePath(), BundledTemplate().string());  // first candidate, absent
@@ -37,7 +37,9 @@ TEST_F(ProbeTest, TemplateSearchPrefersResourcesThenPluginThenTheTreeAboveTheExe
   // The executable's folder and its seven nearest ancestors are searched; the eighth is not.
   const fs::path tree = temp_.path() / "tree";
   fs::path folder = tree / "1/2/3/4/5/6/7/8";
-  bundleSeam_.location.executablePath = (folder / "exe").string();
+  bundleSeam_.ChangeLocation([&folder](platform::BundleLocation& location) {
+    location.executablePath = (folder / "exe").string();
+  });
   fs::create_directories(tree / "templates/Effects/Orvistelle.localized");
   EXPECT_FALSE(HasBundledTemplate());
   fs::create_directories(tree / "1/templates/Effects/Orvistelle.localized");
@@ -45,9 +47,9 @@ TEST_F(ProbeTest, TemplateSearchPrefersResourcesThenPluginThenTheTreeAboveTheExe
 }
 
 TEST_F(ProbeTest, UpwardSearchStopsAtTheRoot) {
-  bundleSeam_.location = {"/orvistelle-nowhere", "/orvistelle-nowhere/exe", "", ""};
+  bundleSeam_.SetLocation({"/orvistelle-nowhere", "/orvistelle-nowhere/exe", "", ""});
   EXPECT_EQ(BundledTemplatePath(), "/orvistelle-nowhere/templates/Effects/Orvistelle.localized");
-  bundleSeam_.location = {};
+  bundleSeam_.SetLocation({});
   EXPECT_EQ(BundledTemplatePath(), "");
 }
 
@@ -61,7 +63,7 @@ TEST_F(ProbeTest, HostProbeMatchesOnlyThisBundleWithLinksResolved) {
   EXPECT_EQ(database_.queried.back(), "net.tarnwix.orvistelle.fcp");
   // Started through the link while the database lists the real folder.
   database_.listed = {bundle_.string()};
-  bundleSeam_.location.bundlePath = link.string();
+  bundleSeam_.ChangeLocation([&link](platform::BundleLocation& location) { location.bundlePath = link.string(); });
   EXPECT_TRUE(IsHostRegisteredForThisApp());
 }
 
@@ -90,14 +92,14 @@ INSTANTIATE_TEST_SUITE_P(Probes, SetupPlanTest,
 
 class TemplateInstallTest : public ShellFixture {
  protected:
-  std::vector<std::string> HiddenSiblings() const {
+  std::vector<std::string> HiddenSiblings() {
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(InstalledTemplate().parent_path())) {
       if (entry.path().filename().string().front() == '.') names.push_back(entry.path().filename().string());
     }
     return names;
   }
-  fs::path NewFile() const { return InstalledTemplate() / "Orvistelle Beauty/Orvistelle Beauty.moef"; }
+  fs::path NewFile() { return InstalledTemplate() / "Orvistelle Beauty/Orvistelle Beauty.moef"; }
 };
 
 TEST_F(TemplateInstallTest, ReplacesAFolderWholeAndAFileByTheFolder) {
@@ -143,7 +145,7 @@ TEST_F(TemplateInstallTest, LinksAreCopiedAsLinksAndNeverFollowedWhenRemoving) {
 }
 
 TEST_F(TemplateInstallTest, ReportsAHomeWhereTheFoldersCannotBeMade) {
-  WriteFile(fs::path(home_.directory) / "Movies", "a file where a folder belongs");
+  WriteFile(fs::path(home_.Directory()) / "Movies", "a file where a folder belongs");
   InstallError error;
   EXPECT_FALSE(InstallTemplateNow(&error));
   EXPECT_EQ(error.code, ENOTDIR);

@@ -120,7 +120,7 @@ TEST_F(WindowTest, EveryViewHasItsFrameFontAndColour) {
 }
 
 TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
-  languages_.tags = {"de-DE"};
+  languages_.SetPreferred({"de-DE"});
   delegate_.applicationDidFinishLaunching();
   EXPECT_EQ(gServiceCalls, (std::vector<std::string>{"locale", "maintain"}));
   EXPECT_EQ(window_.windowTitle(), "Orvistelle FCP Beauty");
@@ -216,7 +216,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(WindowTest, OnAFreshAccountOnePressRegistersInstallsAndTurnsEveryRowGreen) {
   WriteFile(bundle_ / "Contents/Info.plist",
             "<plist><dict><key>CFBundleIdentifier</key><string>net.tarnwix.orvistelle.fcp</string></dict></plist>");
-  fs::permissions(bundleSeam_.location.executablePath, fs::perms::owner_all);
+  fs::permissions(bundleSeam_.Main().executablePath, fs::perms::owner_all);
   auto desktop = platform::MakeXdgAppDatabase({[](const char*) -> const char* { return nullptr; }, "/nonexistent"});
   platform::ScopedSeam<platform::AppDatabase> realDatabase(desktop.get());
   Build();
@@ -224,7 +224,7 @@ TEST_F(WindowTest, OnAFreshAccountOnePressRegistersInstallsAndTurnsEveryRowGreen
   ASSERT_TRUE(WaitFor([this] { return Button()->isEnabled(); }));
   for (const char* row : {"hostValueLabel", "xpcValueLabel", "templateValueLabel"}) EXPECT_EQ(Text(row), "Ready");
   EXPECT_EQ(Text("hintLabel"), "Setup complete. Restart Final Cut Pro to see the effect.");
-  EXPECT_TRUE(fs::exists(fs::path(home_.directory) / ".local/share/applications/net.tarnwix.orvistelle.fcp.desktop"));
+  EXPECT_TRUE(fs::exists(fs::path(home_.Directory()) / ".local/share/applications/net.tarnwix.orvistelle.fcp.desktop"));
 }
 
 TEST_F(WindowTest, MissingServiceOnlyExplainsItself) {
@@ -311,9 +311,9 @@ TEST(AppBundle, CarriesInfoResourcesPluginAndBothTemplates) {
 // Not a check: pictures of the window for people to look at, in a fresh state, a finished one and a broken one.
 TEST_F(WindowTest, WritesScreenshotsForReview) {
   for (const char* image : {"AppIcon.png", "logo-dark.png"}) {
-    fs::copy_file(fs::path(ORVISTELLE_TEST_ASSETS) / image, fs::path(bundleSeam_.location.resourcePath) / image);
+    fs::copy_file(fs::path(ORVISTELLE_TEST_ASSETS) / image, fs::path(bundleSeam_.Main().resourcePath) / image);
   }
-  bundleSeam_.info["CFBundleShortVersionString"] = config::kVersion;
+  bundleSeam_.SetInfo("CFBundleShortVersionString", config::kVersion);
   fs::create_directories(ORVISTELLE_TEST_SCREENSHOTS);
   struct Shot {
     const char* language;

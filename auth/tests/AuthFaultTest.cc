@@ -11,12 +11,14 @@
 #include "auth/Session.h"
 #include "auth/tests/TestSupport.h"
 #include "orvistelle/FcpAuth.h"
-#include "platform/tests/FaultInjection.h"
+#include "platform/testing/FaultInjection.h"
+#include "platform/testing/LoopbackServer.h"
 
 namespace orvistelle::auth::testing {
 namespace {
 
 namespace fault = platform::fault;
+using fault::Misbehaviour;
 namespace fs = std::filesystem;
 
 const char kHeartbeat[] = "/console/v1/plugin/heartbeat";
@@ -46,18 +48,10 @@ class FaultMaintenance : public FaultAuthTest {
     EXPECT_EQ(Read("fcp-session.json"), kSession);
     EXPECT_EQ(Read("fcp-heartbeat-day.txt"), "2023-11-13");
     EXPECT_EQ(Outcome(), "e@x.y, signed in");
-    EXPECT_EQ(log.All(),
+    EXPECT_EQ(log.Snapshot(),
               std::vector<std::string>{"[Orvistelle] heartbeat failed (" + std::to_string(status) + ")"});
   }
 };
-
-struct Misbehaviour {
-  const char* name;
-  std::function<fault::Behaviour()> make;
-  int64_t status;
-};
-
-void PrintTo(const Misbehaviour& misbehaviour, std::ostream* out) { *out << misbehaviour.name; }
 
 class FaultBackend : public FaultMaintenance, public ::testing::WithParamInterface<Misbehaviour> {};
 
@@ -83,7 +77,7 @@ TEST_F(FaultMaintenance, ServerThatNeverAnswersHoldsUpNoQuery) {
   fault::RawPeer silent(fault::Silent(latch));
   PointAt(silent);
   std::thread pass(RefreshIfNeeded);
-  ASSERT_TRUE(fault::WaitUntil([&] { return silent.Accepted() == 2; }));
+  ASSERT_TRUE(WaitUntil([&] { return silent.Accepted() == 2; }));
   auto started = std::chrono::steady_clock::now();
   EXPECT_TRUE(FcpAuthSignedIn());
   EXPECT_EQ(FcpAuthEmail(), "e@x.y");
@@ -106,7 +100,7 @@ TEST_F(FaultSessionStore, SupportFolderThatIsAFile) {
   backend.Answer(kHeartbeat, Reply{});
   fs::create_directories(fs::path(SupportDir()).parent_path());
   std::ofstream(SupportDir()) << "not a folder";
-  const auto before = fault::Snapshot(home);
+  const auto before = fault::Snapshot(home.path());
   SignIn();
   EXPECT_EQ(Outcome(), "Could not save sign-in state: " + std::string(std::strerror(ENOTDIR)) + " (error), signed in");
   EXPECT_EQ(FcpAuthEmail(), "u@x.y");
@@ -117,13 +111,13 @@ TEST_F(FaultSessionStore, SupportFolderThatIsAFile) {
   }
   auto ids = backend.Seen(kHeartbeat);
   EXPECT_NE((*JsonObject(ids[0].body))["installId"], (*JsonObject(ids[1].body))["installId"]);
-  EXPECT_TRUE(log.All().empty());
-  EXPECT_EQ(fault::Snapshot(home), before);
+  EXPECT_TRUE(log.Snapshot().empty());
+  EXPECT_EQ(fault::Snapshot(home.path()), before);
 }
 
 TEST_F(FaultSessionStore, ReadOnlySupportFolder) {
   Write("fcp-heartbeat-day.txt", "2023-11-13");
-  const auto before = fault::Snapshot(home);
+  const auto before = fault::Snapshot(home.path());
   std::optional<std::string> outcome = fault::WithReadOnlyFolder(SupportDir(), [this] {
     SignIn();
     return Outcome();
@@ -131,7 +125,7 @@ TEST_F(FaultSessionStore, ReadOnlySupportFolder) {
   if (!outcome) GTEST_SKIP() << "no read-only folder can be had here: no mount namespace for root";
   const std::string reason = std::strerror(geteuid() == 0 ? EROFS : EACCES);
   EXPECT_EQ(*outcome, "Could not save sign-in state: " + reason + " (error), signed in");
-  EXPECT_EQ(fault::Snapshot(home), before);
+  EXPECT_EQ(fault::Snapshot(home.path()), before);
 }
 
 // The session file is rewritten in place by design, so only the status tells of the failure; the heartbeat's

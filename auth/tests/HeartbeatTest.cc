@@ -21,13 +21,13 @@ class Heartbeat : public AuthTest {
 
 TEST_F(Heartbeat, ReportsOncePerUtcDayWithTheSameInstallId) {
   backend.Answer(kHeartbeat, Reply{200, "not json"});
-  bundle.info = {{"CFBundleShortVersionString", "2.1.0"}, {"CFBundleVersion", "57"}};
-  clock.now = 1709251199;  // 2024-02-29 23:59:59 UTC
+  bundle.ReplaceInfo({{"CFBundleShortVersionString", "2.1.0"}, {"CFBundleVersion", "57"}});
+  clock.Set(1709251199);  // 2024-02-29 23:59:59 UTC
   EXPECT_EQ(Report(), 1u);
   EXPECT_EQ(Read("fcp-heartbeat-day.txt"), "2024-02-29");
   Write("fcp-heartbeat-day.txt", "2024-02-29\n");
   EXPECT_EQ(Report(), 1u);
-  clock.now = 1709251200;  // midnight: a new UTC day
+  clock.Set(1709251200);  // midnight: a new UTC day
   EXPECT_EQ(Report(), 2u);
   EXPECT_EQ(Read("fcp-heartbeat-day.txt"), "2024-03-01");
   std::string id = Read("fcp-install-id.txt").value_or("");
@@ -50,7 +50,7 @@ TEST_F(Heartbeat, FailuresAreLoggedAndRetriedOnTheNextPass) {
   EXPECT_EQ((*JsonObject(backend.Seen(kHeartbeat)[1].body))["installId"], "kept-id");
   UseSettings([](AuthSettings& settings) { settings.apiBaseURL = "http://127.0.0.1:1"; });
   Report();
-  EXPECT_EQ(log.All(),
+  EXPECT_EQ(log.Snapshot(),
             (std::vector<std::string>{"[Orvistelle] heartbeat failed (503)", "[Orvistelle] heartbeat failed (503)",
                                       "[Orvistelle] heartbeat failed (0)"}));
 }
@@ -72,7 +72,7 @@ TEST_F(Heartbeat, VersionFallsBackToTheBuildNumberThenZero) {
            {{{"CFBundleVersion", ""}}, ""},
            {{{"CFBundleShortVersionString", "1.0"}}, "1.0"},
            {{}, "0"}}) {
-    bundle.info = info;
+    bundle.ReplaceInfo(info);
     Report();
     EXPECT_EQ((*JsonObject(backend.Seen(kHeartbeat).back().body))["version"], version);
   }

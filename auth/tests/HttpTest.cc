@@ -39,7 +39,7 @@ TEST_F(AuthTest, BackendSeesExactlyTheStandardHeaders) {
              {"content-length", "0"}}}}) {
     int64_t status = -1;
     std::string method = c.body ? "POST" : "GET";
-    EXPECT_EQ(Http(method, backend.url + "/echo?a=1&b=%20", c.bearer, c.body, c.apiKey, &status), "made");
+    EXPECT_EQ(Http(method, backend.BaseURL() + "/echo?a=1&b=%20", c.bearer, c.body, c.apiKey, &status), "made");
     EXPECT_EQ(status, 201);
     SeenRequest seen = backend.Seen("/echo").back();
     EXPECT_EQ(seen.method + " " + seen.target + " " + seen.body, method + " /echo?a=1&b=%20 " + c.body.value_or(""));
@@ -49,7 +49,7 @@ TEST_F(AuthTest, BackendSeesExactlyTheStandardHeaders) {
 }
 
 TEST_F(AuthTest, RequestsThatCannotBeMadeGiveStatusZeroAtOnce) {
-  std::string base = backend.url;
+  std::string base = backend.BaseURL();
   for (const std::string& url : {base + "/a b", base + "/\t", base + "/caf\xc3\xa9", base + "/%zz", base + "/%2",
                                  base + "/<x>", std::string("ftp://h/x"), std::string("h/x"), std::string("http://"),
                                  std::string("http:///x"), std::string("http://:80/x")}) {
@@ -89,10 +89,11 @@ TEST(Http, SilentServerGivesStatusZeroWithinTheLimits) {
 }
 
 TEST_F(AuthTest, SupportDirFallsBackToThePlatformHome) {
+  fakeHome.SetDirectory((home.path() / "fallback").string());
+  fakeHome.SetUserDatabase(home.path().string());
   EXPECT_EQ(SupportDir(), Support("").parent_path().string());
-  fakeHome.fromDatabase = "";
-  fakeHome.directory = home / "fallback";
-  EXPECT_EQ(SupportDir(), (home / "fallback/Library/Application Support/Orvistelle").string());
+  fakeHome.SetUserDatabase("");
+  EXPECT_EQ(SupportDir(), (home.path() / "fallback/Library/Application Support/Orvistelle").string());
 }
 
 }  // namespace

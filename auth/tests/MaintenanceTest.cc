@@ -23,12 +23,12 @@ class Maintenance : public AuthTest {
 TEST_F(Maintenance, RenewsOnlyWithinSixtySecondsOfAKnownExpiry) {
   backend.Answer(kToken, Reply{200, Dump({{"access_token", "a2"}})});
   for (auto [expiresAt, refreshes] :
-       {std::pair{clock.now + 100, 0u}, std::pair{clock.now + 60.5, 0u}, std::pair{0.0, 0u},
-        std::pair{clock.now + 60, 1u}, std::pair{clock.now - 9, 2u}}) {
+       {std::pair{clock.Now() + 100, 0u}, std::pair{clock.Now() + 60.5, 0u}, std::pair{0.0, 0u},
+        std::pair{clock.Now() + 60, 1u}, std::pair{clock.Now() - 9, 2u}}) {
     ClearSessionState();  // so that the pass loads the file
     SignedIn(expiresAt);
     RefreshIfNeeded();
-    EXPECT_EQ(Refreshes(), refreshes) << expiresAt - clock.now;
+    EXPECT_EQ(Refreshes(), refreshes) << expiresAt - clock.Now();
   }
   SeenRequest seen = backend.Seen(kToken)[0];
   EXPECT_EQ(seen.method + " " + seen.target, "POST /auth/v1/token?grant_type=refresh_token");
@@ -39,19 +39,19 @@ TEST_F(Maintenance, RenewsOnlyWithinSixtySecondsOfAKnownExpiry) {
 
 TEST_F(Maintenance, RefusedRefreshEndsTheSession) {
   for (Reply refusal : {Reply{400}, Reply{401}, Reply{200, R"({"access_token":""})"}}) {
-    SignedIn(clock.now);
+    SignedIn(clock.Now());
     SetStatusKey("auth.notSignedIn", false);
     backend.Answer(kToken, refusal);
     RefreshIfNeeded();
     EXPECT_FALSE(Read("fcp-session.json")) << refusal.status;
     EXPECT_FALSE(FcpAuthSignedIn());
     EXPECT_EQ(Status(), "Session expired. Please sign in again. (error)");
-    EXPECT_EQ(log.All().back(), "[Orvistelle] session expired; cleared local credentials");
+    EXPECT_EQ(log.Snapshot().back(), "[Orvistelle] session expired; cleared local credentials");
   }
 }
 
 TEST_F(Maintenance, UnansweredRefreshKeepsTheSessionAndRetriesNextPass) {
-  SignedIn(clock.now + 10);
+  SignedIn(clock.Now() + 10);
   // An answer over the size limit counts as no answer at all.
   for (Reply failure : {Reply{503}, Reply{200, std::string(9 << 20, ' ')}}) {
     size_t before = Refreshes();
@@ -66,7 +66,7 @@ TEST_F(Maintenance, UnansweredRefreshKeepsTheSessionAndRetriesNextPass) {
 }
 
 TEST_F(Maintenance, RefreshAnswerKeepsTheOldRefreshTokenAndUsesExpiresIn) {
-  SignedIn(clock.now, "");
+  SignedIn(clock.Now(), "");
   backend.Answer(kToken, Reply{200, Dump({{"access_token", Jwt({{"sub", "u"}})},
                                           {"expires_in", 3600},
                                           {"expires_at", 1},
@@ -74,10 +74,10 @@ TEST_F(Maintenance, RefreshAnswerKeepsTheOldRefreshTokenAndUsesExpiresIn) {
   RefreshIfNeeded();
   EXPECT_EQ(Read("fcp-session.json"), Dump({{"access_token", Jwt({{"sub", "u"}})},
                                             {"email", "user@x.y"},
-                                            {"expires_at", static_cast<int64_t>(clock.now + 3600)},
+                                            {"expires_at", static_cast<int64_t>(clock.Now() + 3600)},
                                             {"refresh_token", "r1"}}));
   EXPECT_EQ(Status(), "user@x.y");
-  clock.now = clock.now + 3600;  // an e-mail claim in the new token wins over the answer's user
+  clock.Advance(3600);  // an e-mail claim in the new token wins over the answer's user
   backend.Answer(kToken, Reply{200, Dump({{"access_token", Jwt({{"email", "claim@x.y"}, {"exp", 1}})},
                                           {"refresh_token", "r2"},
                                           {"user", {{"email", "user@x.y"}}}})});
@@ -86,7 +86,7 @@ TEST_F(Maintenance, RefreshAnswerKeepsTheOldRefreshTokenAndUsesExpiresIn) {
 }
 
 TEST_F(Maintenance, UnknownEmailIsFetchedWithTheAccessToken) {
-  SignedIn(clock.now + 3600, "");
+  SignedIn(clock.Now() + 3600, "");
   backend.Answer("/auth/v1/user", Reply{401, R"({"email":"no@x.y"})"});
   RefreshIfNeeded();
   EXPECT_EQ(Status(), "Signed in");
@@ -101,7 +101,7 @@ TEST_F(Maintenance, UnknownEmailIsFetchedWithTheAccessToken) {
 }
 
 TEST_F(Maintenance, ErrorStatusStaysUntilAnExplicitAction) {
-  SignedIn(clock.now + 3600);
+  SignedIn(clock.Now() + 3600);
   SetStatusKey("auth.timeoutRetry", true);
   RefreshIfNeeded();
   EXPECT_EQ(Status(), "Sign-in timed out. Try again. (error)");
@@ -122,7 +122,7 @@ TEST_F(Maintenance, TimerKeepsFiringWhileAHeartbeatHangs) {
   backend.Answer(kToken, Reply{503});
   backend.Answer("/rest/v1/auth_relay", Reply{200, "[]"});
   UseSettings([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = s.pollInterval = 20ms; });
-  SignedIn(clock.now);
+  SignedIn(clock.Now());
   FcpAuthMaintain();
   FcpAuthLogin();
   EXPECT_TRUE(WaitUntil([&] { return Refreshes() >= 4 && backend.Seen("/rest/v1/auth_relay").size() >= 3; }));

@@ -94,12 +94,12 @@ TEST_F(AuthTest, StatusKeysFollowTheLanguageButTextsDoNot) {
   EXPECT_EQ(Status(), "Not signed in");
   SetStatusKey("auth.sessionExpired", true);
   SetStatusTextUnlessError("e@x.y");
-  languages.language = "de-DE";
+  languages.SetPreferred({"de-DE"});
   FcpI18nApplyHostLocale();
   EXPECT_EQ(Status(), "Sitzung abgelaufen. Bitte erneut anmelden (error)");
   SetStatusText("", false);
   EXPECT_EQ(Status(), "");
-  languages.language = "en";
+  languages.SetPreferred({"en"});
   FcpI18nApplyHostLocale();
 }
 

@@ -17,7 +17,7 @@ class SignIn : public AuthTest {
   }
   size_t Polls() { return backend.Seen(kRelay).size(); }
   std::string FlowId() {  // of the last sign-in page opened
-    std::string url = browser.All().back();
+    std::string url = browser.Snapshot().back();
     return url.substr(url.find("flowId=") + 7);
   }
   bool Finished() {
@@ -34,7 +34,7 @@ TEST_F(SignIn, RelayDeliversTheSession) {
   });
   FcpAuthLogin();
   EXPECT_EQ(Status() + (FcpAuthBusy() ? " (busy)" : ""), "Browser opened. Come back after you sign in. (busy)");
-  EXPECT_EQ(browser.All(), std::vector{std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=" + FlowId()});
+  EXPECT_EQ(browser.Snapshot(), std::vector{std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=" + FlowId()});
   EXPECT_TRUE(
       std::regex_match(FlowId(), std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")));
   ASSERT_TRUE(Finished());

@@ -1,4 +1,4 @@
-// Fakes for every seam the account session uses, and a loopback backend that records what it is sent.
+// A loopback backend that records what it is sent, and a fixture with every seam the account session uses faked.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,18 +10,13 @@
 #include "auth/AuthTesting.h"
 #include "auth/Json.h"
 #include "orvistelle/FcpAuth.h"
-#include "platform/Platform.h"
+#include "platform/testing/FakePlatform.h"
+#include "platform/testing/LoopbackServer.h"
 
 namespace orvistelle::auth::testing {
 
 using namespace std::chrono_literals;
-
-inline bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = 5s) {
-  for (auto deadline = std::chrono::steady_clock::now() + limit; !condition(); std::this_thread::sleep_for(1ms)) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-  }
-  return true;
-}
+using platform::testing::WaitUntil;
 
 struct SeenRequest {
   std::string method, target, body;            // target: path and query as sent
@@ -33,56 +28,9 @@ struct Reply {
 };
 using Responder = std::function<Reply(const SeenRequest&)>;
 
-template <class Item>
-class Recorded {
- public:
-  void Add(Item item) {
-    std::lock_guard lock(mutex_);
-    items_.push_back(std::move(item));
-  }
-  std::vector<Item> All() {
-    std::lock_guard lock(mutex_);
-    return items_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<Item> items_;
-};
-
-// A real HTTP server on 127.0.0.1, on a port the system chooses; paths nobody answers get 404.
+// Records every request by path; paths nobody answers get 404.
 class Backend {
  public:
-  Backend() {
-    auto handle = [this](const httplib::Request& request, httplib::Response& response) {
-      SeenRequest seen{request.method, request.target, request.body, {}};
-      for (const auto& [sentName, value] : request.headers) {
-        std::string name = sentName;
-        for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        if (name.find('_') == std::string::npos) seen.headers[name] = value;  // not the connection's addresses
-      }
-      Responder responder;
-      {
-        std::lock_guard lock(mutex_);
-        seen_[request.path].push_back(seen);
-        responder = responders_[request.path];
-      }
-      Reply reply = responder ? responder(seen) : Reply{404};
-      response.status = reply.status;
-      response.set_content(reply.body, "application/json");
-    };
-    server_.Get(".*", handle);
-    server_.Post(".*", handle);
-    server_.set_keep_alive_max_count(1);  // pooled client connections must not tie up the server's workers
-    server_.new_task_queue = [] { return new httplib::ThreadPool(32); };
-    url = "http://127.0.0.1:" + std::to_string(server_.bind_to_any_port("127.0.0.1"));
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    WaitUntil([this] { return server_.is_running(); });  // a server stopped before it listens never stops
-  }
-  ~Backend() {
-    server_.stop();
-    thread_.join();
-  }
   // For requests whose path, without the query, is `path`.
   void Answer(const std::string& path, Responder responder) {
     std::lock_guard lock(mutex_);
@@ -95,43 +43,35 @@ class Backend {
     std::lock_guard lock(mutex_);
     return seen_[path];
   }
-
-  std::string url;
+  std::string BaseURL() const { return server_.BaseURL(); }
 
  private:
-  httplib::Server server_;
-  std::thread thread_;
+  void Handle(const httplib::Request& request, httplib::Response& response) {
+    SeenRequest seen{request.method, request.target, request.body, {}};
+    for (const auto& [sentName, value] : request.headers) {
+      std::string name = sentName;
+      for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      if (name.find('_') == std::string::npos) seen.headers[name] = value;  // not the connection's addresses
+    }
+    Responder responder;
+    {
+      std::lock_guard lock(mutex_);
+      seen_[request.path].push_back(seen);
+      responder = responders_[request.path];
+    }
+    Reply reply = responder ? responder(seen) : Reply{404};
+    response.status = reply.status;
+    response.set_content(reply.body, "application/json");
+  }
+
   std::mutex mutex_;
   std::map<std::string, Responder> responders_;
   std::map<std::string, std::vector<SeenRequest>> seen_;
-};
-
-struct FakeClock final : platform::Clock {
-  double Now() override { return now; }
-  std::atomic<double> now{1'700'000'000};  // 2023-11-14 22:13:20 UTC
-};
-struct FakeHome final : platform::Home {
-  std::string FromUserDatabase() override { return fromDatabase; }
-  std::string Directory() override { return directory; }
-  std::string fromDatabase, directory = "/nonexistent-home";
-};
-struct FakeBrowser final : platform::Browser, Recorded<std::string> {
-  void Open(const std::string& url) override { Add(url); }
-};
-struct FakeLog final : platform::SystemLog, Recorded<std::string> {
-  void Write(std::string_view line) override { Add(std::string(line)); }
-};
-struct FakeBundle final : platform::Bundle {
-  platform::BundleLocation Main() override { return {}; }
-  std::optional<std::string> InfoString(std::string_view key) override {
-    auto found = info.find(std::string(key));
-    return found == info.end() ? std::nullopt : std::optional(found->second);
-  }
-  std::map<std::string, std::string> info;
-};
-struct FakeLanguages final : platform::Languages {
-  std::vector<std::string> Preferred() override { return {language}; }
-  std::string language = "en-US";
+  platform::testing::LoopbackServer server_{[this](httplib::Server& server) {
+    auto handle = [this](const httplib::Request& request, httplib::Response& response) { Handle(request, response); };
+    server.Get(".*", handle);
+    server.Post(".*", handle);
+  }};
 };
 
 // A JWT with the given claims and a signature nobody checks.
@@ -153,19 +93,13 @@ inline std::string Jwt(const Json& claims) {
 // fires when a test asks. The module is reset afterwards.
 class AuthTest : public ::testing::Test {
  protected:
-  AuthTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "auth-test-XXXXXX").string();
-    home = mkdtemp(pattern.data());
-    fakeHome.fromDatabase = home.string();
-    UseSettings([](AuthSettings&) {});
-  }
+  AuthTest() { UseSettings([](AuthSettings&) {}); }
   ~AuthTest() override {
     release = true;
     ResetAuthForTesting();
-    std::filesystem::remove_all(home);
   }
   void UseSettings(const std::function<void(AuthSettings&)>& change) {
-    AuthSettings settings{backend.url, backend.url, 2ms, 1h, 1h};
+    AuthSettings settings{backend.BaseURL(), backend.BaseURL(), 2ms, 1h, 1h};
     change(settings);
     SetAuthSettingsForTesting(settings);
   }
@@ -178,7 +112,7 @@ class AuthTest : public ::testing::Test {
   }
   std::string Status() { return FcpAuthStatus() + (FcpAuthStatusIsError() ? " (error)" : ""); }
   std::filesystem::path Support(const std::string& name) const {
-    return home / "Library/Application Support/Orvistelle" / name;
+    return home.path() / "Library/Application Support/Orvistelle" / name;
   }
   void Write(const std::string& name, const std::string& contents) const {
     std::filesystem::create_directories(Support("."));
@@ -191,21 +125,16 @@ class AuthTest : public ::testing::Test {
 
   std::atomic<bool> release{false};  // outlives the backend, whose handlers may wait on it
   Backend backend;
-  std::filesystem::path home;
-  FakeClock clock;
-  FakeHome fakeHome;
-  FakeBrowser browser;
-  FakeLog log;
-  FakeBundle bundle;
-  FakeLanguages languages;
+  platform::testing::TempDir home;
+  platform::testing::FakeClock clock;
+  platform::testing::FakeHome fakeHome{home.path().string()};
+  platform::testing::RecordingBrowser browser;
+  platform::testing::RecordingLog log;
+  platform::testing::FakeBundle bundle;
+  platform::testing::FakeLanguages languages{{"en-US"}};
 
  private:
-  platform::ScopedSeam<platform::Clock> clockSeam_{&clock};
-  platform::ScopedSeam<platform::Home> homeSeam_{&fakeHome};
-  platform::ScopedSeam<platform::Browser> browserSeam_{&browser};
-  platform::ScopedSeam<platform::SystemLog> logSeam_{&log};
-  platform::ScopedSeam<platform::Bundle> bundleSeam_{&bundle};
-  platform::ScopedSeam<platform::Languages> languagesSeam_{&languages};
+  platform::testing::ScopedFakes seams_{&clock, &fakeHome, &browser, &log, &bundle, &languages};
 };
 
 }  // namespace orvistelle::auth::testing

@@ -26,7 +26,7 @@ class Service : public ::testing::Test {
     settings.authBaseURL = settings.apiBaseURL = server.BaseURL();
     settings.pollInterval = 1ms;
     auth::SetAuthSettingsForTesting(settings);
-    fakes.bundle.Set("CFBundleShortVersionString", "1.0.0");
+    fakes.bundle.SetInfo("CFBundleShortVersionString", "1.0.0");
   }
   void TearDown() override {
     server.Release();
@@ -47,7 +47,7 @@ class Service : public ::testing::Test {
 TEST_F(Service, EveryFunctionIsCallableFromC) {
   EXPECT_STREQ(CallEveryServiceFunctionFromC(), "");
   // The sign-in page, the five other pages and the download.
-  EXPECT_EQ(fakes.browser.Opened().size(), 7u);
+  EXPECT_EQ(fakes.browser.Snapshot().size(), 7u);
 }
 
 TEST_F(Service, ReturnedStringsStayValidAndUnchangedAfterTheValueChanges) {
@@ -68,16 +68,16 @@ TEST_F(Service, LoginDoesNothingWhileAnUpdateIsRequiredButLogoutStillWorks) {
   fakes.log.Take();
   const std::string status = FcpServiceStatus();
   FcpServiceLogin();
-  EXPECT_TRUE(fakes.browser.Opened().empty());
+  EXPECT_TRUE(fakes.browser.Snapshot().empty());
   EXPECT_EQ(FcpServiceStatus(), status);
   EXPECT_FALSE(FcpServiceBusy());
   EXPECT_TRUE(fakes.log.Take().empty());
   FcpServiceLogout();
   EXPECT_EQ(FcpServiceStatus(), FcpT("auth.signedOut"));
 
-  fakes.bundle.Set("CFBundleShortVersionString", "1.1.0");
+  fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.0");
   FcpServiceLogin();
-  EXPECT_EQ(fakes.browser.Opened().size(), 1u);
+  EXPECT_EQ(fakes.browser.Snapshot().size(), 1u);
 }
 
 TEST_F(Service, RepeatedMaintainStartsOneUpdateCheck) {

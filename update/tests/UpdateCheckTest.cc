@@ -30,7 +30,7 @@ class UpdateCheck : public ::testing::Test {
   void SetUp() override {
     ResetForTesting();
     SetDownloadBaseURLForTesting(server.BaseURL());
-    fakes.bundle.Set("CFBundleShortVersionString", "1.1.5");
+    fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.5");
   }
   void TearDown() override {
     server.Release();
@@ -47,7 +47,7 @@ class UpdateCheck : public ::testing::Test {
     Check();
   }
   std::string DismissFile() const {
-    return fakes.home.Path() + "/Library/Application Support/Orvistelle/fcp-update-dismiss.json";
+    return fakes.homeFolder.path().string() + "/Library/Application Support/Orvistelle/fcp-update-dismiss.json";
   }
 
   testing::FakeSystem fakes;
@@ -133,7 +133,7 @@ class UpdateOffer : public UpdateCheck, public ::testing::WithParamInterface<Off
 
 TEST_P(UpdateOffer, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
   const Offer& offer = GetParam();
-  fakes.bundle.Set("CFBundleShortVersionString", offer.installed);
+  fakes.bundle.SetInfo("CFBundleShortVersionString", offer.installed);
   server.Answer(200, Manifest(offer.version, offer.forceBelow));
   Check();
   EXPECT_EQ(FcpUpdateForced(), offer.forced);
@@ -217,7 +217,7 @@ TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedUrlToTheBrowser) {
   server.Answer(200, Manifest("1.2.0", ""));
   CheckLater();
   FcpUpdateOpenDownload();
-  EXPECT_EQ(fakes.browser.Opened(), (std::vector<std::string>{server.BaseURL() + kZipPath,
+  EXPECT_EQ(fakes.browser.Snapshot(), (std::vector<std::string>{server.BaseURL() + kZipPath,
                                                               "https://example.test/get/orvistelle-1.2.0.zip"}));
 }
 

@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "orvistelle/FcpUpdate.h"
-#include "platform/tests/FaultInjection.h"
+#include "platform/testing/FaultInjection.h"
+#include "platform/testing/LoopbackServer.h"
 #include "update/DismissalFile.h"
 #include "update/UpdateTesting.h"
 #include "update/tests/TestSupport.h"
@@ -11,6 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 namespace fault = platform::fault;
+using fault::Misbehaviour;
 namespace fs = std::filesystem;
 
 constexpr double kSixHours = 21600.0;
@@ -23,7 +25,7 @@ class FaultUpdateCheck : public ::testing::Test {
  protected:
   void SetUp() override {
     ResetForTesting();
-    fakes.bundle.Set("CFBundleShortVersionString", "1.1.5");
+    fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.5");
     server.Answer(200, kManifest);
     SetDownloadBaseURLForTesting(server.BaseURL());
     Check();
@@ -51,14 +53,6 @@ class FaultUpdateCheck : public ::testing::Test {
   testing::FakeSystem fakes;
   testing::ManifestServer server;
 };
-
-struct Misbehaviour {
-  const char* name;
-  std::function<fault::Behaviour()> make;
-  int64_t status;
-};
-
-void PrintTo(const Misbehaviour& misbehaviour, std::ostream* out) { *out << misbehaviour.name; }
 
 class FaultManifestServer : public FaultUpdateCheck, public ::testing::WithParamInterface<Misbehaviour> {};
 
@@ -88,7 +82,7 @@ TEST_F(FaultUpdateCheck, ServerThatNeverAnswersHoldsNothingUp) {
   auto started = std::chrono::steady_clock::now();
   FcpUpdateMaintain();
   EXPECT_LT(std::chrono::steady_clock::now() - started, 200ms);
-  ASSERT_TRUE(fault::WaitUntil([&] { return silent.Accepted() == 1; }));
+  ASSERT_TRUE(platform::testing::WaitUntil([&] { return silent.Accepted() == 1; }));
   ExpectTheGoodManifest();
   fakes.clock.Advance(kSixHours);
   FcpUpdateMaintain();
@@ -117,11 +111,11 @@ TEST_P(FaultDismissalFile, UnwritableDismissalStillHoldsInMemory) {
   } else {
     fs::create_directories(fs::path(DismissPath()) / "kept");
   }
-  auto before = fault::Snapshot(fakes.home.Path());
+  auto before = fault::Snapshot(fakes.home.Directory());
   FcpUpdateDismissSoft();
   EXPECT_FALSE(FcpUpdateSoftAvailable());
   EXPECT_TRUE(fakes.log.Take().empty());
-  EXPECT_EQ(fault::Snapshot(fakes.home.Path()), before);
+  EXPECT_EQ(fault::Snapshot(fakes.home.Directory()), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(FaultObstacles, FaultDismissalFile,

@@ -54,13 +54,13 @@ TEST(ParseSemver, RefusesEmptyTextOrMissingOutputWithoutTouchingOutputs) {
 }
 
 TEST(CurrentVersion, ReadsTheShortVersionOnlyAndFallsBackToZero) {
-  testing::FakeBundle bundle;
+  platform::testing::FakeBundle bundle;
   platform::ScopedSeam<platform::Bundle> seam(&bundle);
-  bundle.Set("CFBundleVersion", "9.9.9");
+  bundle.SetInfo("CFBundleVersion", "9.9.9");
   EXPECT_EQ(CurrentVersion(), "0.0.0");
-  bundle.Set("CFBundleShortVersionString", "");
+  bundle.SetInfo("CFBundleShortVersionString", "");
   EXPECT_EQ(CurrentVersion(), "0.0.0");
-  bundle.Set("CFBundleShortVersionString", "2.1");
+  bundle.SetInfo("CFBundleShortVersionString", "2.1");
   EXPECT_EQ(CurrentVersion(), "2.1");
 }
 

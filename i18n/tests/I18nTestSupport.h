@@ -7,15 +7,9 @@
 #include <vector>
 
 #include "orvistelle/FcpI18n.h"
-#include "platform/Platform.h"
+#include "platform/testing/FakePlatform.h"
 
 namespace orvistelle::i18n {
-
-class FakeLanguages final : public platform::Languages {
- public:
-  std::vector<std::string> Preferred() override { return tags; }
-  std::vector<std::string> tags;
-};
 
 // A tag that selects each language index, in column order.
 inline const char* const kTagForLanguage[] = {"en-US", "zh-Hans-CN", "zh-Hant-TW", "ja-JP",
@@ -24,7 +18,7 @@ inline const char* const kTagForLanguage[] = {"en-US", "zh-Hans-CN", "zh-Hant-TW
 class I18nTest : public ::testing::Test {
  protected:
   void ApplyPreferred(std::vector<std::string> tags) {
-    languages_.tags = std::move(tags);
+    languages_.SetPreferred(std::move(tags));
     FcpI18nApplyHostLocale();
   }
   void UseLanguage(int index) { ApplyPreferred({kTagForLanguage[index]}); }
@@ -32,7 +26,7 @@ class I18nTest : public ::testing::Test {
   void TearDown() override { ApplyPreferred({}); }
 
  private:
-  FakeLanguages languages_;
+  platform::testing::FakeLanguages languages_;
   platform::ScopedSeam<platform::Languages> seam_{&languages_};
 };
 

@@ -12,19 +12,16 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <mutex>
 #include <regex>
 #include <sstream>
-#include <thread>
 
 #include "auth/AuthTesting.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpService.h"
-#include "platform/Platform.h"
+#include "platform/testing/FakePlatform.h"
 #include "tools/devbackend/DevBackend.h"
 
 extern char** environ;
@@ -34,72 +31,14 @@ namespace {
 
 using namespace std::chrono_literals;
 using nlohmann::json;
+using platform::testing::WaitUntil;
 namespace fs = std::filesystem;
 
 constexpr char kEmail[] = "e2e@example.org";
 constexpr auto kPollInterval = 1000ms;  // the product's own: 30 polls a second apart make the budget
 constexpr auto kPollBudget = 30 * kPollInterval;
 constexpr auto kMaintenancePeriod = 250ms;
-
-class TempHome final : public platform::Home {
- public:
-  explicit TempHome(fs::path path) : path_(std::move(path)) {}
-  std::string FromUserDatabase() override { return path_.string(); }
-  std::string Directory() override { return path_.string(); }
-
- private:
-  fs::path path_;
-};
-
-// Stands in for the desktop's browser: hands each URL the product opens to the test.
-class CapturingBrowser final : public platform::Browser {
- public:
-  void Open(const std::string& url) override {
-    std::lock_guard lock(mutex_);
-    opened_.push_back(url);
-    changed_.notify_all();
-  }
-  std::optional<std::string> WaitForURL(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, limit, [this] { return !opened_.empty(); })) return std::nullopt;
-    return opened_.front();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::string> opened_;
-};
-
-class CapturingLog final : public platform::SystemLog {
- public:
-  void Write(std::string_view line) override {
-    std::lock_guard lock(mutex_);
-    lines_.emplace_back(line);
-  }
-  bool Contains(const std::string& line) {
-    std::lock_guard lock(mutex_);
-    return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
-
-class EnglishLanguages final : public platform::Languages {
- public:
-  std::vector<std::string> Preferred() override { return {"en-US"}; }
-};
-
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(20ms);
-  }
-  return true;
-}
+constexpr auto kCheckEvery = 20ms;  // how often a wait looks again, sparing the machine Chromium runs on
 
 struct ChildResult {
   int exitCode = -1;
@@ -129,11 +68,6 @@ ChildResult RunProgram(std::vector<std::string> argv, const fs::path& outputFile
   return result;
 }
 
-fs::path MakeTempDir() {
-  std::string pattern = (fs::temp_directory_path() / "orvistelle-e2e-XXXXXX").string();
-  return mkdtemp(pattern.data());
-}
-
 class BrowserSignInTest : public ::testing::Test {
  protected:
   BrowserSignInTest() {
@@ -144,7 +78,6 @@ class BrowserSignInTest : public ::testing::Test {
   ~BrowserSignInTest() override {
     auth::ResetAuthForTesting();
     backend_.reset();
-    fs::remove_all(dir_);
   }
 
   void StartBackend(int accessTokenLifetimeSeconds) {
@@ -163,7 +96,7 @@ class BrowserSignInTest : public ::testing::Test {
   // Starts a sign-in, lets Chromium submit the form at the page the product opened, and returns the flow id.
   std::string SignInInChromium() {
     FcpServiceLogin();
-    auto opened = browser_.WaitForURL(5s);
+    auto opened = browser_.WaitForFirst(5s);
     if (!opened) {
       ADD_FAILURE() << "the product opened no page";
       return "";
@@ -200,19 +133,17 @@ class BrowserSignInTest : public ::testing::Test {
     return session.is_object() ? session : json::object();
   }
 
-  fs::path dir_ = MakeTempDir();
+  platform::testing::TempDir temp_;
+  const fs::path dir_ = temp_.path();
   std::unique_ptr<devbackend::DevBackend> backend_;
   std::unique_ptr<httplib::Client> client_;
-  TempHome home_{dir_ / "home"};
-  CapturingBrowser browser_;
-  CapturingLog log_;
-  EnglishLanguages languages_;
+  platform::testing::FakeHome home_{(dir_ / "home").string()};
+  platform::testing::RecordingBrowser browser_;  // stands in for the desktop's browser: the test opens the page
+  platform::testing::RecordingLog log_;
+  platform::testing::FakeLanguages languages_{{"en-US"}};
 
  private:
-  platform::ScopedSeam<platform::Home> homeSeam_{&home_};
-  platform::ScopedSeam<platform::Browser> browserSeam_{&browser_};
-  platform::ScopedSeam<platform::SystemLog> logSeam_{&log_};
-  platform::ScopedSeam<platform::Languages> languagesSeam_{&languages_};
+  platform::testing::ScopedFakes seams_{&home_, &browser_, &log_, &languages_};
 };
 
 TEST_F(BrowserSignInTest, SignInThroughChromiumStoresThePrivateSessionAndSignOutRemovesIt) {
@@ -222,7 +153,7 @@ TEST_F(BrowserSignInTest, SignInThroughChromiumStoresThePrivateSessionAndSignOut
   ASSERT_FALSE(flowId.empty());
   const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
   ASSERT_TRUE(WaitUntil([] { return std::string(FcpServiceEmail()) == kEmail && !FcpServiceBusy(); },
-                        kPollBudget - spent))
+                        kPollBudget - spent, kCheckEvery))
       << "status: " << FcpServiceStatus();
   std::cout << "signed in " << std::chrono::duration_cast<std::chrono::milliseconds>(
                                    std::chrono::steady_clock::now() - started).count()
@@ -242,7 +173,7 @@ TEST_F(BrowserSignInTest, SignInThroughChromiumStoresThePrivateSessionAndSignOut
   EXPECT_EQ(saved["expires_at"], relayed["expires_at"]);
 
   // The maintenance that the sign-in started has reported this installation, and the backend's page shows it.
-  ASSERT_TRUE(WaitUntil([&] { return fs::exists(SupportFile("fcp-heartbeat-day.txt")); }, 5s));
+  ASSERT_TRUE(WaitUntil([&] { return fs::exists(SupportFile("fcp-heartbeat-day.txt")); }, 5s, kCheckEvery));
   std::ifstream installId(SupportFile("fcp-install-id.txt"));
   const std::string id(std::istreambuf_iterator<char>(installId), {});
   EXPECT_NE(client_->Get("/dev")->body.find(id), std::string::npos) << id;
@@ -263,11 +194,12 @@ TEST_F(BrowserSignInTest, ARevokedRefreshTokenExpiresTheSession) {
     const json token = SessionFile()["refresh_token"];
     return token.is_string() && token != relayed["refresh_token"];
   };
-  ASSERT_TRUE(WaitUntil(renewed, kPollBudget)) << "no refresh reached the session file";
+  ASSERT_TRUE(WaitUntil(renewed, kPollBudget, kCheckEvery)) << "no refresh reached the session file";
 
   auto revoked = client_->Post(std::string("/dev/revoke?email=") + kEmail);
   ASSERT_TRUE(revoked && revoked->status == 200);
-  ASSERT_TRUE(WaitUntil([] { return FcpServiceStatusIsError(); }, 10s)) << "status: " << FcpServiceStatus();
+  ASSERT_TRUE(WaitUntil([] { return FcpServiceStatusIsError(); }, 10s, kCheckEvery))
+      << "status: " << FcpServiceStatus();
   EXPECT_EQ(std::string(FcpServiceStatus()), "Session expired. Please sign in again.");
   EXPECT_FALSE(FcpServiceHasSession());
   EXPECT_FALSE(fs::exists(SupportFile("fcp-session.json")));

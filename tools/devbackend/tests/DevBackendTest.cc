@@ -4,11 +4,11 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "orvistelle/BuildConfig.h"
+#include "platform/testing/FakePlatform.h"
 #include "tools/devbackend/DevBackend.h"
 #include "tools/devbackend/Jwt.h"
 
@@ -25,14 +25,8 @@ constexpr char kFlow[] = "0b7c2a34-6d1e-4f4a-9a53-1c2d3e4f5a6b";
 class DevBackendTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "devbackend-test-XXXXXX").string();
-    dir_ = mkdtemp(pattern.data());
     WriteManifest(R"({"hosts":{"fcp":{"version":"1.0.0"}}})");
     StartBackend();
-  }
-  void TearDown() override {
-    backend_.reset();
-    fs::remove_all(dir_);
   }
 
   void StartBackend() {
@@ -79,7 +73,8 @@ class DevBackendTest : public ::testing::Test {
     return json::parse(*Base64UrlDecode(token.substr(first + 1, token.rfind('.') - first - 1)));
   }
 
-  fs::path dir_;
+  platform::testing::TempDir temp_;
+  const fs::path dir_ = temp_.path();
   std::atomic<double> now_{kStart};
   std::unique_ptr<DevBackend> backend_;
   std::unique_ptr<httplib::Client> client_;

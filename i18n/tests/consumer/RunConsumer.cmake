@@ -5,19 +5,10 @@
 # find_package installs BUILD_DIR into a scratch prefix first. The consumer gets the same -fsanitize flags as this
 # build, or the instrumented libraries would not link.
 
-function(run)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
-  if(NOT result EQUAL 0)
-    message(FATAL_ERROR "failed (${result}): ${ARGN}\n${out}")
-  endif()
-  set(output "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../../../cmake/tests/ScriptSupport.cmake)
 
 file(REMOVE_RECURSE "${WORK_DIR}")
-set(flags "")
-if(SANITIZE)
-  set(flags "-fsanitize=${SANITIZE}")
-endif()
+sanitizer_flags(flags)
 set(configure -S "${CMAKE_CURRENT_LIST_DIR}" -B "${WORK_DIR}/build" -G "${GENERATOR}"
   "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}" "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}"
   "-DCMAKE_CXX_FLAGS=${flags}" "-DCMAKE_EXE_LINKER_FLAGS=${flags}")
@@ -34,8 +25,5 @@ run(${CMAKE_COMMAND} --build "${WORK_DIR}/build" --target i18n_consumer)
 
 run(${CMAKE_COMMAND} -E env LANGUAGE=ja_JP.UTF-8:en "${WORK_DIR}/build/i18n_consumer")
 foreach(expected "language ja" "準備完了" "バージョン 1.0.0" "（エラー -10）" "/ja/sign-in?from=vask&flowId=flow")
-  string(FIND "${output}" "${expected}" at)
-  if(at EQUAL -1)
-    message(FATAL_ERROR "the consumer did not print '${expected}':\n${output}")
-  endif()
+  expect("${expected}")
 endforeach()

@@ -66,7 +66,9 @@ void StartMaintenanceOnce() {
   LoadSession();
   if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);
   AuthSettings settings = CurrentSettings();
-  if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, RefreshIfNeeded)) {
+  // Each firing is a task of its own, so a pass stuck on a request never holds up the next firing.
+  auto firePass = [] { RunInBackground(RefreshIfNeeded); };
+  if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, firePass)) {
     platform::Log("could not start the session maintenance timer");
   }
   RunInBackground(RefreshIfNeeded);

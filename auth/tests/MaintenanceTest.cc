@@ -129,5 +129,13 @@ TEST_F(Maintenance, TimerKeepsFiringWhileAHeartbeatHangs) {
   EXPECT_EQ(backend.Seen("/console/v1/plugin/heartbeat").size(), 1u);
 }
 
+TEST_F(Maintenance, TimerKeepsFiringWhileAPassWaitsOnARequest) {
+  backend.Answer("/auth/v1/user", Held(Reply{}));
+  UseSettings([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = 20ms; });
+  SignedIn(clock.Now() + 3600, "");
+  FcpAuthMaintain();
+  EXPECT_TRUE(WaitUntil([&] { return backend.Seen("/auth/v1/user").size() >= 3; }));
+}
+
 }  // namespace
 }  // namespace orvistelle::auth::testing

@@ -82,7 +82,8 @@ TEST_F(FaultMaintenance, ServerThatNeverAnswersHoldsUpNoQuery) {
   EXPECT_TRUE(FcpAuthSignedIn());
   EXPECT_EQ(FcpAuthEmail(), "e@x.y");
   EXPECT_FALSE(FcpAuthBusy());
-  EXPECT_LT(std::chrono::steady_clock::now() - started, 100ms);
+  // Blocking on the silent peer would take the whole 20 s timeout; the bound leaves room for a loaded machine.
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 2s);
   latch.Open();
   pass.join();
   WaitForBackgroundTasks();

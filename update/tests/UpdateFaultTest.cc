@@ -81,7 +81,8 @@ TEST_F(FaultUpdateCheck, ServerThatNeverAnswersHoldsNothingUp) {
   fakes.clock.Advance(kSixHours);
   auto started = std::chrono::steady_clock::now();
   FcpUpdateMaintain();
-  EXPECT_LT(std::chrono::steady_clock::now() - started, 200ms);
+  // Blocking on the silent peer would take the whole 12 s timeout; the bound leaves room for a loaded machine.
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 2s);
   ASSERT_TRUE(platform::testing::WaitUntil([&] { return silent.Accepted() == 1; }));
   ExpectTheGoodManifest();
   fakes.clock.Advance(kSixHours);

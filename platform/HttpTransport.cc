@@ -71,6 +71,16 @@ struct CurlDeleter {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
+using HeaderList = std::unique_ptr<curl_slist, CurlDeleter>;
+
+// curl_slist_append returns the list's head, which is the same node once the list has one.
+bool Append(HeaderList& list, const char* header) {
+  curl_slist* head = curl_slist_append(list.get(), header);
+  if (head == nullptr) return false;
+  if (head != list.get()) list.reset(head);
+  return true;
+}
+
 void SetMethodAndBody(CURL* curl, const HttpRequest& request) {
   if (request.body) {
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
@@ -113,20 +123,12 @@ HttpResponse HttpSend(const HttpRequest& request) {
   Transfer transfer;
   transfer.deadline = std::chrono::steady_clock::now() + request.wait;
 
-  std::unique_ptr<curl_slist, CurlDeleter> headers;
+  HeaderList headers;
   for (const std::string& header : request.headers) {
-    curl_slist* grown = curl_slist_append(headers.get(), header.c_str());
-    if (grown == nullptr) return {};
-    headers.release();
-    headers.reset(grown);
+    if (!Append(headers, header.c_str())) return {};
   }
-  if (request.body) {
-    // libcurl would otherwise ask the server for a "100 Continue" before sending larger bodies.
-    curl_slist* grown = curl_slist_append(headers.get(), "Expect:");
-    if (grown == nullptr) return {};
-    headers.release();
-    headers.reset(grown);
-  }
+  // libcurl would otherwise ask the server for a "100 Continue" before sending larger bodies.
+  if (request.body && !Append(headers, "Expect:")) return {};
 
   curl_easy_setopt(curl.get(), CURLOPT_URL, request.url.c_str());
   curl_easy_setopt(curl.get(), CURLOPT_SHARE, gRuntime->share());

@@ -9,13 +9,6 @@
 namespace orvistelle::devbackend {
 namespace {
 
-constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-
-int AlphabetIndex(char c) {
-  auto at = kAlphabet.find(c);
-  return at == std::string_view::npos ? -1 : static_cast<int>(at);
-}
-
 std::string HmacSha256(std::string_view key, std::string_view data) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
@@ -26,37 +19,28 @@ std::string HmacSha256(std::string_view key, std::string_view data) {
 
 }  // namespace
 
+// OpenSSL speaks standard base64 with padding; JWTs use the URL-safe alphabet without it.
 std::string Base64UrlEncode(std::string_view bytes) {
-  std::string out;
-  uint32_t bits = 0;
-  int pending = 0;
-  for (unsigned char byte : bytes) {
-    bits = (bits << 8) | byte;
-    pending += 8;
-    while (pending >= 6) {
-      pending -= 6;
-      out += kAlphabet[(bits >> pending) & 0x3F];
-    }
-  }
-  if (pending > 0) out += kAlphabet[(bits << (6 - pending)) & 0x3F];
+  std::string out(4 * ((bytes.size() + 2) / 3) + 1, '\0');
+  int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data()),
+                               reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
+  out.resize(static_cast<size_t>(length));
+  while (!out.empty() && out.back() == '=') out.pop_back();
+  for (char& c : out) c = c == '+' ? '-' : c == '/' ? '_' : c;
   return out;
 }
 
 std::optional<std::string> Base64UrlDecode(std::string_view text) {
-  if (text.size() % 4 == 1) return std::nullopt;
-  std::string out;
-  uint32_t bits = 0;
-  int pending = 0;
-  for (char c : text) {
-    int value = AlphabetIndex(c);
-    if (value < 0) return std::nullopt;
-    bits = (bits << 6) | static_cast<uint32_t>(value);
-    pending += 6;
-    if (pending >= 8) {
-      pending -= 8;
-      out += static_cast<char>((bits >> pending) & 0xFF);
-    }
-  }
+  if (text.size() % 4 == 1 || text.find_first_of("+/= \t\r\n") != std::string_view::npos) return std::nullopt;
+  std::string standard(text);
+  for (char& c : standard) c = c == '-' ? '+' : c == '_' ? '/' : c;
+  size_t padding = (4 - standard.size() % 4) % 4;
+  standard.append(padding, '=');
+  std::string out(3 * standard.size() / 4, '\0');
+  int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(out.data()),
+                               reinterpret_cast<const unsigned char*>(standard.data()), static_cast<int>(standard.size()));
+  if (length < 0) return std::nullopt;
+  out.resize(static_cast<size_t>(length) - padding);  // the block decoder counts padding as zero bytes
   return out;
 }
 

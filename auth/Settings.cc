@@ -9,13 +9,26 @@
 #include "auth/Session.h"
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
+#include "platform/DevOverrides.h"
 
 namespace orvistelle::auth {
 namespace {
 
+AuthSettings WithDevOverrides(AuthSettings settings) {
+  if (std::optional<std::string> base = platform::DevBackendBase()) {
+    settings.authBaseURL = *base;
+    settings.apiBaseURL = *base;
+  }
+  if (std::optional<std::chrono::milliseconds> period = platform::DevTimerPeriod()) {
+    settings.timerFirstDelay = *period;
+    settings.timerPeriod = *period;
+  }
+  return settings;
+}
+
 struct GuardedSettings {
   std::mutex mutex;
-  AuthSettings settings = ProductionSettings();
+  AuthSettings settings = WithDevOverrides(ProductionSettings());
 };
 
 GuardedSettings& Settings() {

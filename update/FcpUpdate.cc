@@ -9,6 +9,7 @@
 #include <variant>
 
 #include "orvistelle/BuildConfig.h"
+#include "platform/DevOverrides.h"
 #include "platform/HttpTransport.h"
 #include "platform/Platform.h"
 #include "update/DismissalFile.h"
@@ -26,10 +27,12 @@ constexpr double kDismissDuration = 86400.0;
 constexpr char kManifestPath[] = "/orvistelle/vask/latest.json";
 constexpr char kFallbackDownloadPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
 
+std::string BuiltInDownloadBase() { return platform::DevBackendBase().value_or(config::kDownloadURL); }
+
 // Never destroyed: a check still in flight when the process exits may write into it.
 struct ModuleState {
   std::mutex lock;  // guards the members down to softDismissUntil; accessors and a finishing check exclude each other
-  std::string downloadBase = config::kDownloadURL;
+  std::string downloadBase = BuiltInDownloadBase();
   std::string latest;
   std::string forceBelow;
   std::string notes;

@@ -6,12 +6,12 @@
 // usage: orvistelle_catalogue_gen OUTPUT.inc TEMPLATE.pot LANGUAGE.po...   (language files in column order)
 #include <gettext-po.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,17 +20,15 @@ namespace {
 
 int gProblems = 0;
 
-void Problem(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  std::vfprintf(stderr, format, args);
-  va_end(args);
-  std::fputc('\n', stderr);
+std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+
+void Problem(const std::string& where, const std::string& what) {
+  std::cerr << where << ": " << what << "\n";
   ++gProblems;
 }
 
 void ReadError(int severity, po_message_t, const char* file, size_t line, size_t, int, const char* text) {
-  Problem("%s:%zu: %s", file != nullptr ? file : "?", line, text);
+  Problem(std::string(file != nullptr ? file : "?") + ":" + std::to_string(line), text);
   if (severity == PO_SEVERITY_FATAL_ERROR) std::exit(1);
 }
 
@@ -48,18 +46,22 @@ struct Message {
   bool fuzzy;
 };
 
-// The messages of one file in file order; the header entry (no context, empty msgid) is left out.
-std::vector<Message> ReadMessages(const char* path) {
+// The messages of one file in file order, or nothing when it cannot be read; the header entry (no context, empty
+// msgid) is left out.
+std::optional<std::vector<Message>> ReadMessages(const char* path) {
   std::unique_ptr<std::remove_pointer_t<po_file_t>, void (*)(po_file_t)> file(po_file_read(path, &kReadErrors),
                                                                               po_file_free);
+  if (!file) {
+    Problem(path, "cannot be read");
+    return std::nullopt;
+  }
   std::vector<Message> messages;
-  if (!file) return messages;
   po_message_iterator_t iterator = po_message_iterator(file.get(), nullptr);
   while (po_message_t message = po_next_message(iterator)) {
     if (po_message_is_obsolete(message)) continue;
     const char* key = po_message_msgctxt(message);
     if (key == nullptr) {
-      if (*po_message_msgid(message) != '\0') Problem("%s: \"%s\" has no key (msgctxt)", path, po_message_msgid(message));
+      if (*po_message_msgid(message) != '\0') Problem(path, Quoted(po_message_msgid(message)) + " has no key (msgctxt)");
       continue;
     }
     messages.push_back({key, po_message_msgid(message), po_message_msgstr(message), po_message_is_fuzzy(message) != 0});
@@ -77,41 +79,43 @@ std::string Placeholders(std::string_view text) {
 }
 
 std::vector<Message> ReadTemplate(const char* path) {
-  std::vector<Message> keys = ReadMessages(path);
+  std::vector<Message> keys = ReadMessages(path).value_or(std::vector<Message>());
   std::map<std::string_view, int> seen;
   for (const Message& message : keys) {
-    if (++seen[message.key] == 2) Problem("%s: key %s appears twice", path, message.key.c_str());
-    if (message.english.empty()) Problem("%s: %s has no English text", path, message.key.c_str());
+    if (++seen[message.key] == 2) Problem(path, "key " + message.key + " appears twice");
+    if (message.english.empty()) Problem(path, message.key + " has no English text");
   }
   return keys;
 }
 
 // One column of the table, in template order; reports every text the build must not ship.
 std::vector<std::string> ReadColumn(const char* path, const std::vector<Message>& keys) {
+  std::optional<std::vector<Message>> messages = ReadMessages(path);
+  if (!messages) return std::vector<std::string>(keys.size());
   std::map<std::string, Message> byKey;
-  for (Message& message : ReadMessages(path)) byKey.emplace(message.key, std::move(message));
+  for (Message& message : *messages) byKey.emplace(message.key, std::move(message));
   std::vector<std::string> column;
   for (const Message& expected : keys) {
-    const char* key = expected.key.c_str();
+    const std::string& key = expected.key;
     const auto found = byKey.find(expected.key);
     if (found == byKey.end()) {
-      Problem("%s: %s is missing", path, key);
+      Problem(path, key + " is missing");
       column.emplace_back();
       continue;
     }
     const Message& message = found->second;
     if (message.english != expected.english)
-      Problem("%s: %s translates \"%s\", not the current English \"%s\"", path, key, message.english.c_str(),
-              expected.english.c_str());
-    if (message.text.empty()) Problem("%s: %s has no translation", path, key);
-    if (message.fuzzy) Problem("%s: %s is marked fuzzy", path, key);
+      Problem(path, key + " translates " + Quoted(message.english) + ", not the current English " +
+                        Quoted(expected.english));
+    if (message.text.empty()) Problem(path, key + " has no translation");
+    if (message.fuzzy) Problem(path, key + " is marked fuzzy");
     if (Placeholders(message.text) != Placeholders(expected.english))
-      Problem("%s: %s: placeholders of \"%s\" differ from the English \"%s\"", path, key, message.text.c_str(),
-              expected.english.c_str());
+      Problem(path, key + ": placeholders of " + Quoted(message.text) + " differ from the English " +
+                        Quoted(expected.english));
     column.push_back(message.text);
     byKey.erase(found);
   }
-  for (const auto& [key, message] : byKey) Problem("%s: %s is not in the template", path, key.c_str());
+  for (const auto& [key, message] : byKey) Problem(path, key + " is not in the template");
   return column;
 }
 
@@ -145,18 +149,18 @@ bool WriteTable(const char* path, const std::vector<Message>& keys, const std::v
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::fprintf(stderr, "usage: %s OUTPUT.inc TEMPLATE.pot LANGUAGE.po...\n", argv[0]);
+    std::cerr << "usage: " << argv[0] << " OUTPUT.inc TEMPLATE.pot LANGUAGE.po...\n";
     return 2;
   }
   const std::vector<Message> keys = ReadTemplate(argv[2]);
   std::vector<std::vector<std::string>> columns;
   for (int file = 3; file < argc; ++file) columns.push_back(ReadColumn(argv[file], keys));
   if (gProblems > 0) {
-    std::fprintf(stderr, "%d problem(s) in the translation files; no catalogue written\n", gProblems);
+    std::cerr << gProblems << " problem(s) in the translation files; no catalogue written\n";
     return 1;
   }
   if (!WriteTable(argv[1], keys, columns)) {
-    std::fprintf(stderr, "cannot write %s\n", argv[1]);
+    std::cerr << "cannot write " << argv[1] << "\n";
     return 1;
   }
   return 0;

@@ -19,7 +19,8 @@ struct PrintedText {
   std::array<const char*, kLanguageCount> texts;
 };
 
-// The window, about and account texts, required byte for byte in every language.
+// A sample of the window, about and account texts, which must stay byte for byte in every language: the status
+// word, formatted text with CJK brackets, the U+2026 ellipsis, a link and an account status line.
 const PrintedText kPrintedTexts[] = {
     {"shell.stateNeeded", {"Needed", "待安装", "待安裝", "必要", "필요", "Pendente", "Pendiente", "Erforderlich"}},
     {"shell.registerFailed",
@@ -39,7 +40,7 @@ const PrintedText kPrintedTexts[] = {
       "Sitzung abgelaufen. Bitte erneut anmelden"}},
 };
 
-// English texts fixed for keys of the other front ends.
+// A sample of the English texts fixed for keys of the other front ends.
 const std::pair<const char*, const char*> kEnglishTexts[] = {
     {"auth.productFcp", "FCP Beauty"},
     {"obs.noFilterHow", "Add a filter to use the controls: Right-click the source -> Filters -> + -> Orvistelle Beauty"},
@@ -57,7 +58,7 @@ std::string Placeholders(std::string_view text) {
 
 using CatalogueTest = I18nTest;
 
-TEST(Catalogue, HoldsEveryKeyOnceInOrder) {
+TEST(Catalogue, HoldsEveryDottedKeyOnceFromFirstToLast) {
   const std::regex dottedKey("[a-z]+[A-Za-z]*(\\.[A-Za-z0-9_]+)+");
   std::set<std::string_view> keys;
   for (const CatalogueEntry& entry : CatalogueEntries()) {

@@ -13,6 +13,7 @@ packages=(
   xvfb xauth x11-utils fonts-noto-cjk fonts-dejavu-core xdg-utils desktop-file-utils
   # end-to-end sign-in in a real browser; reference runs for the benchmarks
   chromium nodejs gettext imagemagick
+  libgettextpo-dev  # the catalogue is built from the translators' .po files at build time
   libxcb-damage0-dev  # the start-up benchmark sees a window's first drawing from outside the program
 )
 # A Node.js from outside Debian ships its own npm, and Debian's npm package conflicts with it.

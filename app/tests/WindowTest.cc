@@ -1,3 +1,4 @@
+#include <QAccessible>
 #include <QApplication>
 #include <QTest>
 #include <functional>
@@ -239,20 +240,97 @@ TEST_F(WindowTest, MissingServiceOnlyExplainsItself) {
   EXPECT_FALSE(fs::exists(InstalledTemplate()));
 }
 
-TEST_F(WindowTest, ReturnPressesTheButtonWhileItIsEnabled) {
-  SetService(false);
+struct KeyCase {
+  const char* what;
+  bool service;
+  std::vector<std::pair<Qt::Key, Qt::KeyboardModifiers>> keys;
+  const char* focused;  // "" for the window itself
+  std::vector<std::string> registrations;
+  std::vector<std::string> pages;
+  bool closed = false;
+};
+
+void PrintTo(const KeyCase& c, std::ostream* os) { *os << c.what; }
+
+class KeyboardTest : public WindowTest, public ::testing::WithParamInterface<KeyCase> {};
+
+TEST_P(KeyboardTest, TabReachesButtonAndLinksWithARingAndKeysPressOrClose) {
+  const KeyCase& c = GetParam();
+  SetService(c.service);
   Build();
   window_.show();
   window_.activateWindow();
   ASSERT_TRUE(QTest::qWaitForWindowActive(&window_));
-  QTest::keyClick(&window_, Qt::Key_Return);
-  EXPECT_EQ(TextColour("hintLabel"), Grey(0.55));  // disabled: nothing happened
+  for (const auto& [key, modifiers] : c.keys) {
+    QWidget* focus = QApplication::focusWidget();
+    QTest::keyClick(focus != nullptr ? focus : &window_, key, modifiers);
+  }
+  EXPECT_EQ(database_.calls, c.registrations);
+  EXPECT_EQ(gServiceCalls, c.pages);
+  EXPECT_EQ(window_.isVisible(), !c.closed);
+  if (c.closed) return;
+  ASSERT_TRUE(WaitFor([this, &c] { return Button()->isEnabled() || !c.service; }));
+  ASSERT_NE(QApplication::focusWidget(), nullptr);
+  EXPECT_EQ(QApplication::focusWidget()->objectName(), c.focused);
+  if (auto* focused = qobject_cast<FlatButton*>(QApplication::focusWidget())) {
+    EXPECT_GT(focused->grab().toImage().pixelColor(1, focused->height() / 2).lightnessF(), 0.85) << "focus ring";
+    window_.setFocus();
+    EXPECT_LT(focused->grab().toImage().pixelColor(1, focused->height() / 2).lightnessF(), 0.85);
+  }
+}
 
-  SetService(true);
-  delegate_.refreshRegistrationStatus();
-  QTest::keyClick(&window_, Qt::Key_Return);
-  EXPECT_EQ(database_.calls, std::vector<std::string>{"register"});
-  EXPECT_TRUE(WaitFor([this] { return Button()->isEnabled(); }));
+constexpr Qt::KeyboardModifiers kNone = Qt::NoModifier;
+const std::pair<Qt::Key, Qt::KeyboardModifiers> kTab{Qt::Key_Tab, kNone}, kReturn{Qt::Key_Return, kNone},
+    kSpace{Qt::Key_Space, kNone};
+const std::vector<std::string> kRegistered{"register"}, kNothing{};
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, KeyboardTest,
+    ::testing::Values(
+        KeyCase{"ReturnSetsUpWhileNothingHasFocus", true, {kReturn}, "", kRegistered, kNothing},
+        KeyCase{"ReturnDoesNothingWhileTheButtonIsDisabled", false, {kReturn}, "", kNothing, kNothing},
+        KeyCase{"SpaceOnTheButtonSetsUpAndKeepsItsFocus", true, {kTab, kSpace}, "actionButton", kRegistered, kNothing},
+        KeyCase{"ReturnOnTheButtonSetsUpOnce", true, {kTab, kReturn}, "actionButton", kRegistered, kNothing},
+        KeyCase{"ReturnOnALinkOpensOnlyItsPage", true, {kTab, kTab, kReturn}, "link.website", kNothing, {"site"}},
+        KeyCase{"SpaceOnALinkOpensItsPage", true, {kTab, kTab, kTab, kSpace}, "link.guide", kNothing, {"docs"}},
+        KeyCase{"TabSkipsTheDisabledButton", false, {kTab, kTab, kTab, kTab}, "link.privacy", kNothing, kNothing},
+        KeyCase{"TabWrapsFromTheLastLinkToTheButton", true, {kTab, kTab, kTab, kTab, kTab, kTab}, "actionButton",
+                kNothing, kNothing},
+        KeyCase{"ShiftTabGoesBack", true, {kTab, kTab, {Qt::Key_Backtab, Qt::ShiftModifier}}, "actionButton",
+                kNothing, kNothing},
+        KeyCase{"EscapeCloses", true, {kTab, kTab, {Qt::Key_Escape, kNone}}, "", kNothing, kNothing, true},
+        KeyCase{"ControlQCloses", true, {{Qt::Key_Q, Qt::ControlModifier}}, "", kNothing, kNothing, true}),
+    [](const auto& info) { return std::string(info.param.what); });
+
+TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSeparators) {
+  Build();
+  QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&window_);
+  ASSERT_NE(window, nullptr);
+  std::vector<std::pair<QAccessible::Role, QString>> heard;
+  for (int i = 0; i < window->childCount(); ++i) {
+    heard.emplace_back(window->child(i)->role(), window->child(i)->text(QAccessible::Name));
+    EXPECT_EQ(window->indexOfChild(window->child(i)), i);
+  }
+  using R = QAccessible::Role;
+  const std::vector<std::pair<QAccessible::Role, QString>> expected = {
+      {R::Graphic, "Orvistelle FCP Beauty"},
+      {R::StaticText, "Orvistelle Final Cut Plugin"},
+      {R::StaticText, "Plugin host: Needed"},
+      {R::StaticText, "Effect service: Ready"},
+      {R::StaticText, "Motion template: Needed"},
+      {R::Button, "Set up for Final Cut"},
+      {R::StaticText, "One tap finishes anything still marked above."},
+      {R::StaticText, "About"},
+      {R::Graphic, "Orvistelle"},
+      {R::StaticText, "Version 0.1.0"},
+      {R::Link, "Website"},
+      {R::Link, "Guide"},
+      {R::Link, "Terms"},
+      {R::Link, "Privacy Policy"}};
+  EXPECT_EQ(heard, expected);
+  QAccessibleInterface* privacy = window->child(window->childCount() - 1);
+  privacy->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  EXPECT_EQ(gServiceCalls, std::vector<std::string>{"privacy"});
 }
 
 TEST_F(WindowTest, AboutLinksAreCentredAndEachOpensOnlyItsPage) {

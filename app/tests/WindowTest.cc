@@ -407,6 +407,16 @@ TEST_F(WindowTest, WritesScreenshotsForReview) {
     const QString path = QStringLiteral(ORVISTELLE_TEST_SCREENSHOTS "/window-%1.png").arg(shot.language);
     EXPECT_TRUE(window_.grab().save(path)) << path.toStdString();
   }
+  UseLanguage("en");
+  SetService(true);
+  Build();
+  window_.show();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&window_));
+  for (const char* focused : {"actionButton", "link.guide"}) {
+    View(focused)->setFocus(Qt::TabFocusReason);
+    const QString path = QStringLiteral(ORVISTELLE_TEST_SCREENSHOTS "/window-focus-%1.png").arg(focused);
+    EXPECT_TRUE(window_.grab().save(path)) << path.toStdString();
+  }
 }
 
 }  // namespace

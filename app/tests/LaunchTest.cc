@@ -8,7 +8,6 @@
 #include <QProcess>
 #include <QTest>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 
 #include "orvistelle/BuildConfig.h"
@@ -21,17 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr int kTimeoutMs = 30000;
 
-// What a crash leaves: the socket file, with nobody listening on it.
-void LeaveStaleSocket(const fs::path& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << path;
-  close(fd);
-}
-
-// When the file at the path last changed (a new file may reuse the number of the one it replaced).
+// When the file last changed, in nanoseconds: a new file may reuse the inode of the one it replaced.
 int64_t ChangedAt(const fs::path& path) {
   struct stat info {};
   return stat(path.c_str(), &info) == 0 ? info.st_ctim.tv_sec * 1'000'000'000 + info.st_ctim.tv_nsec : 0;
@@ -39,11 +28,6 @@ int64_t ChangedAt(const fs::path& path) {
 
 class LaunchTest : public ::testing::Test {
  protected:
-  LaunchTest() {
-    fs::create_directories(home_);
-    fs::create_directories(runtime_);
-    fs::permissions(runtime_, fs::perms::owner_all);
-  }
   ~LaunchTest() override {
     for (auto& app : apps_) {
       app->kill();
@@ -54,13 +38,12 @@ class LaunchTest : public ::testing::Test {
   // platform: the Qt platform plug-in, or nullptr for a session without any display.
   QProcess* Launch(const char* platform) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_CONFIG_HOME", "XDG_DATA_HOME",
-                             "XDG_STATE_HOME", "XDG_CACHE_HOME"}) {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_DATA_HOME", "XDG_STATE_HOME"}) {
       environment.remove(name);
     }
     if (platform != nullptr) environment.insert("QT_QPA_PLATFORM", platform);
-    environment.insert("HOME", QString::fromStdString(home_.string()));
-    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(runtime_.string()));
+    environment.insert("HOME", QString::fromStdString(temp_.path() / "home"));
+    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(temp_.path()));
     auto& app = apps_.emplace_back(std::make_unique<QProcess>());
     app->setProcessEnvironment(environment);
     app->start(ORVISTELLE_TEST_APP_BUNDLE "/Contents/MacOS/Orvistelle FCP Beauty", {});
@@ -69,9 +52,7 @@ class LaunchTest : public ::testing::Test {
   }
 
   platform::testing::TempDir temp_;
-  const fs::path home_ = temp_.path() / "home";
-  const fs::path runtime_ = temp_.path() / "run";
-  const fs::path socket_ = runtime_ / (std::string(config::kBundleIdentifier) + ".socket");
+  const fs::path socket_ = temp_.path() / (std::string(config::kBundleIdentifier) + ".socket");
   std::vector<std::unique_ptr<QProcess>> apps_;
 };
 
@@ -85,18 +66,20 @@ TEST_F(LaunchTest, WithoutADisplayItSaysSoOnOneLineAndExits1) {
 }
 
 TEST_F(LaunchTest, ASecondLaunchRaisesTheFirstEvenAfterACrashLeftItsSocketBehind) {
-  LeaveStaleSocket(socket_);
-  const int64_t stale = ChangedAt(socket_);
-  QProcess* first = Launch("offscreen");
-  ASSERT_TRUE(QTest::qWaitFor([&] { return ChangedAt(socket_) > stale; }, kTimeoutMs))
-      << "the first launch never took over the stale socket";
+  sockaddr_un address{AF_UNIX, {}};  // bound and closed, never removed: what a crash leaves
+  std::strncpy(address.sun_path, socket_.c_str(), sizeof address.sun_path - 1);
+  const int stale = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  close(stale);
+  const int64_t staleChanged = ChangedAt(socket_);
 
+  QProcess* first = Launch("offscreen");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return ChangedAt(socket_) > staleChanged; }, kTimeoutMs));
   QProcess* second = Launch("offscreen");
   ASSERT_TRUE(second->waitForFinished(kTimeoutMs));
   EXPECT_EQ(second->exitCode(), 0);
   EXPECT_EQ(first->state(), QProcess::Running);
-  // The offscreen platform cannot stack windows and says so when asked to raise one: proof that the first copy
-  // tried to.
+  // The offscreen platform cannot stack windows and says so when asked to raise one.
   QByteArray said;
   EXPECT_TRUE(QTest::qWaitFor([&] { return said.append(first->readAllStandardError()).contains("support raise()"); }));
 }

@@ -406,4 +406,6 @@ int DevBackend::Port() const { return impl_->port; }
 
 std::string DevBackend::BaseURL() const { return impl_->BaseURL(); }
 
+std::string DevBackend::FormToken() const { return impl_->csrfToken; }
+
 }  // namespace orvistelle::devbackend

@@ -133,15 +133,6 @@ class BrowserSignInTest : public ::testing::Test {
     return res->status == 200 ? json::parse(res->body).value("email", "") : std::to_string(res->status);
   }
 
-  // The form on the /dev page carries the token that a revoke needs.
-  std::string CsrfToken() {
-    const std::string page = client_->Get("/dev")->body;
-    const std::string field = "name=\"csrf\" value=\"";
-    const auto start = page.find(field);
-    if (start == std::string::npos) return "";
-    return page.substr(start + field.size(), page.find('"', start + field.size()) - start - field.size());
-  }
-
   fs::path SupportFile(const std::string& name) const {
     return dir_ / "home" / "Library/Application Support/Orvistelle" / name;
   }
@@ -218,7 +209,7 @@ TEST_F(BrowserSignInTest, ARevokedRefreshTokenExpiresTheSession) {
   };
   ASSERT_TRUE(WaitUntil(renewed, kPollBudget, kCheckEvery)) << "no refresh reached the session file";
 
-  auto revoked = client_->Post(std::string("/dev/revoke?email=") + kEmail + "&csrf=" + CsrfToken());
+  auto revoked = client_->Post(std::string("/dev/revoke?email=") + kEmail + "&csrf=" + backend_->FormToken());
   ASSERT_TRUE(revoked && revoked->status == 200);
   ASSERT_TRUE(WaitUntil([] { return FcpServiceStatusIsError(); }, 10s, kCheckEvery))
       << "status: " << FcpServiceStatus();

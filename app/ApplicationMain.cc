@@ -3,7 +3,7 @@
 #include <QApplication>
 #include <QIcon>
 #include <QTimer>
-#include <cstdio>
+#include <iostream>
 
 #include "app/SingleInstance.h"
 #include "orvistelle/FcpI18n.h"
@@ -39,7 +39,7 @@ void RaiseWindow(QWidget& window) {
 int ApplicationMain(int argc, char** argv) {
   // Without a display the platform plug-in would abort with a page of advice meant for Qt developers.
   if (!HasDisplay()) {
-    std::fprintf(stderr, "%s needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n", kWindowTitle);
+    std::cerr << kWindowTitle << " needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n";
     return 1;
   }
   QApplication application(argc, argv);

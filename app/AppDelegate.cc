@@ -4,11 +4,13 @@
 #include <QIcon>
 #include <QPalette>
 #include <QScreen>
+#include <QShortcut>
 #include <QTimer>
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
+#include "app/Accessibility.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/Platform.h"
 
@@ -21,6 +23,8 @@ constexpr int kSetupPauseMs = 300;
 constexpr int kTextInset = 2;
 constexpr double kAboutRowMinimumX = 8;
 constexpr double kAboutItemGap = 5;
+// What a status row's value label reads out before its value.
+constexpr char kRowCaptionProperty[] = "orvistelleRowCaption";
 
 const QColor kWindowBackground = QColor::fromRgb(22, 24, 30);
 const QColor kSeparatorColour = QColor::fromRgb(38, 42, 53);
@@ -123,6 +127,10 @@ AppDelegate::AppDelegate(QWidget* window, ServiceCalls services) : window_(windo
   setupPause_.setSingleShot(true);
   setupPause_.setInterval(kSetupPauseMs);
   connect(&setupPause_, &QTimer::timeout, this, &AppDelegate::finishSetup);
+  InstallAccessibleRoles();
+  for (const QKeySequence& key : {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_Q)}) {
+    connect(new QShortcut(key, window_), &QShortcut::activated, window_, &QWidget::close);
+  }
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
@@ -154,6 +162,9 @@ void AppDelegate::setupOrRepair() {
     showHint(shell::Tone::Error, Text("shell.hintXpc"));
     return;
   }
+  // Disabling a focused button would hand the focus on to the first link, where Return opens a page.
+  refocusButton_ = actionButton_->hasFocus();
+  if (refocusButton_) window_->setFocus();
   actionButton_->setEnabled(false);
   styleActionButton(actionButton_, Text("shell.actionWorking"), true);
   showHint(shell::Tone::Quiet, Text("shell.actionWorking"));
@@ -167,6 +178,7 @@ void AppDelegate::finishSetup() {
   const shell::Hint hint = shell::SetupOutcomeHint(result, shell::ProbeComponents().AllReady());
   showHint(hint.tone, QString::fromStdString(hint.text));
   actionButton_->setEnabled(true);
+  if (refocusButton_) actionButton_->setFocus(Qt::OtherFocusReason);
 }
 
 void AppDelegate::showHint(shell::Tone tone, const QString& text) {
@@ -191,6 +203,8 @@ void AppDelegate::buildInfoView() {
   addSetupArea(content);
   addAboutArea(content);
   addAboutLinksInContent(content, kContentWidth, 18);
+  // The window itself holds the focus until Tab moves it, so that Return presses the primary button.
+  content->setFocus(Qt::OtherFocusReason);
 }
 
 void AppDelegate::addHeader(QWidget* content) {
@@ -198,6 +212,8 @@ void AppDelegate::addHeader(QWidget* content) {
   icon->setObjectName("appIcon");
   icon->setImage(ApplicationIconImage());
   icon->setCornerRadius(15);
+  SetAccessibleRole(icon, QAccessible::Graphic);
+  icon->setAccessibleName(kWindowTitle);
   SetFrame(icon, {146, 440, 68, 68});
   AddSubview(content, icon);
 
@@ -244,6 +260,7 @@ void AppDelegate::addSetupArea(QWidget* content) {
   auto* separator = new QWidget;
   separator->setObjectName("separator");
   FillBackground(separator, kSeparatorColour);
+  HideFromAssistiveTechnology(separator);
   SetFrame(separator, {28, 122, 304, 1});
   AddSubview(content, separator);
 }
@@ -257,6 +274,8 @@ void AppDelegate::addAboutArea(QWidget* content) {
   auto* logo = new ImageView;
   logo->setObjectName("logo");
   logo->setImage(NamedImage("logo-dark"));
+  SetAccessibleRole(logo, QAccessible::Graphic);
+  logo->setAccessibleName(QStringLiteral("Orvistelle"));
   SetFrame(logo, {132, 66, 96, 26});
   AddSubview(content, logo);
 
@@ -276,16 +295,20 @@ QLabel* AppDelegate::label(const QString& text, double y, double width, double s
 AppDelegate::StatusRow AppDelegate::addStatusRow(const QString& caption, double y, double width, QWidget* content) {
   QLabel* captionLabel = MakeTextLabel(caption, 12.5, QFont::Normal, ink(0.55), Qt::AlignLeft, false);
   SetFrame(captionLabel, {34, y, 140, 18});
+  HideFromAssistiveTechnology(captionLabel);
   AddSubview(content, captionLabel);
 
   const double iconX = width - 34 - 74;
   auto* icon = new SymbolView;
   icon->setTint(ink(0.5));
+  SetAccessibleRole(icon, QAccessible::Graphic);
+  HideFromAssistiveTechnology(icon);
   SetFrame(icon, {iconX, y + 2, 14, 14});
   AddSubview(content, icon);
 
   QLabel* value = MakeTextLabel(QString(), 12.5, QFont::Medium, ink(0.7), Qt::AlignLeft, false);
   SetFrame(value, {iconX + 14 + 4, y, 56, 18});
+  value->setProperty(kRowCaptionProperty, caption);
   AddSubview(content, value);
   return {captionLabel, icon, value};
 }
@@ -296,6 +319,9 @@ void AppDelegate::applyStatus(int status, SymbolView* icon, QLabel* label, const
   icon->setTint(colour);
   SetColour(label, QPalette::WindowText, colour);
   label->setText(text);
+  // The caption and the icon are hidden from screen readers, so the value reads out the whole row.
+  icon->setAccessibleName(text);
+  label->setAccessibleName(label->property(kRowCaptionProperty).toString() + ": " + text);
 }
 
 void AppDelegate::styleActionButton(FlatButton* button, const QString& title, bool primary) {
@@ -317,6 +343,7 @@ FlatButton* AppDelegate::makeActionButton(const QString& title, Action action, b
 
 FlatButton* AppDelegate::makeQuietButton(const QString& title, Action action) {
   auto* button = new FlatButton;
+  SetAccessibleRole(button, QAccessible::Link);
   button->setGeometry(QRect());
   connect(button, &QAbstractButton::clicked, this, action);
   button->setTitleColour(ink(0.58));
@@ -341,6 +368,7 @@ void AppDelegate::addAboutLinksInContent(QWidget* content, double width, double 
       QLabel* dot = MakeTextLabel(QStringLiteral("\u00B7"), 10.5, QFont::Normal, ink(0.42), Qt::AlignLeft, false);
       dot->setObjectName(QStringLiteral("linkSeparator%1").arg(items.size() / 2 + 1));
       dot->resize(dot->sizeHint());
+      HideFromAssistiveTechnology(dot);
       items.push_back({dot, true});
     }
     FlatButton* button = makeQuietButton(Text(link.titleKey), link.action);

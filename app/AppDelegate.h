@@ -52,6 +52,7 @@ class AppDelegate : public QObject {
     QLabel* value;
   };
 
+  // Escape and Ctrl+Q close the window from the start.
   AppDelegate(QWidget* window, ServiceCalls services);
 
   // Launch, in order: the interface language, the background services, the title, the view, the first probe.
@@ -117,6 +118,7 @@ class AppDelegate : public QObject {
   QPointer<FlatButton> actionButton_;
   // The button stays disabled while a run waits here, so one pending run is all there can be.
   shell::PendingSetup pendingSetup_;
+  bool refocusButton_ = false;
   QTimer setupPause_;
 };
 

@@ -3,7 +3,9 @@
 #include <QApplication>
 #include <QIcon>
 #include <QTimer>
+#include <iostream>
 
+#include "app/SingleInstance.h"
 #include "orvistelle/FcpI18n.h"
 #include "orvistelle/FcpService.h"
 #include "platform/Platform.h"
@@ -15,12 +17,39 @@ ServiceCalls ProductServices() {
           FcpServiceOpenDocs,     FcpServiceOpenTerms, FcpServiceOpenPrivacy};
 }
 
+namespace {
+
+// True when the window system Qt will use has a display to show windows on.
+bool HasDisplay() {
+  const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+  const bool needsWindowSystem = platform.isEmpty() || platform.startsWith("xcb") || platform.startsWith("wayland");
+  return !needsWindowSystem || !qEnvironmentVariableIsEmpty("DISPLAY") ||
+         !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
+void RaiseWindow(QWidget& window) {
+  window.setWindowState(window.windowState() & ~Qt::WindowMinimized);
+  window.show();
+  window.raise();
+  window.activateWindow();
+}
+
+}  // namespace
+
 int ApplicationMain(int argc, char** argv) {
+  // Without a display the platform plug-in would abort with a page of advice meant for Qt developers.
+  if (!HasDisplay()) {
+    std::cerr << kWindowTitle << " needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n";
+    return 1;
+  }
   QApplication application(argc, argv);
+  SingleInstance instance(InstanceSocketPath());
+  if (instance.RaiseRunningInstance()) return 0;
   const std::string resources = platform::Seam<platform::Bundle>::Get().Main().resourcePath;
   QApplication::setWindowIcon(QIcon(QString::fromStdString(resources) + "/AppIcon.png"));
   QWidget window;
   AppDelegate delegate(&window, ProductServices());
+  QObject::connect(&instance, &SingleInstance::raiseRequested, &window, [&window] { RaiseWindow(window); });
   QApplication::setQuitOnLastWindowClosed(delegate.applicationShouldTerminateAfterLastWindowClosed());
   QTimer::singleShot(0, &delegate, [&] {
     delegate.applicationDidFinishLaunching();

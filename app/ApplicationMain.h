@@ -8,7 +8,8 @@ namespace orvistelle::app {
 ServiceCalls ProductServices();
 
 // Creates the application, its window and delegate, finishes launching once the loop runs, and runs the loop until
-// the window closes. Returns the loop's exit code.
+// the window closes. Returns the loop's exit code; 1 without a display; 0 at once when this user's running copy
+// raised its window instead.
 int ApplicationMain(int argc, char** argv);
 
 }  // namespace orvistelle::app

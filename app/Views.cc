@@ -1,5 +1,6 @@
 #include "app/Views.h"
 
+#include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QShortcut>
@@ -7,6 +8,16 @@
 
 namespace orvistelle::app {
 namespace {
+
+// Light enough to stand out against both the dark window and the blue of the primary button.
+const QColor kFocusRing = QColor::fromRgbF(0.9, 0.94, 1.0);
+constexpr qreal kFocusRingWidth = 2;
+constexpr qreal kFocusRingMinimumRadius = 4;
+
+bool IsReturn(const QKeyEvent* key) {
+  return (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) &&
+         (key->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier;
+}
 
 // The marks, in a unit square whose circle has diameter 1, stroked at the weight of a semibold symbol.
 constexpr qreal kMarkWidth = 0.11;
@@ -44,7 +55,24 @@ QPainterPath RoundedRect(const QRectF& rect, qreal radius) {
 
 }  // namespace
 
-FlatButton::FlatButton(QWidget* parent) : QAbstractButton(parent) { setFocusPolicy(Qt::NoFocus); }
+FlatButton::FlatButton(QWidget* parent) : QAbstractButton(parent) { setFocusPolicy(Qt::TabFocus); }
+
+// Return belongs to the focused button before any window-wide key equivalent sees it.
+bool FlatButton::event(QEvent* event) {
+  if (event->type() == QEvent::ShortcutOverride && IsReturn(static_cast<QKeyEvent*>(event))) {
+    event->accept();
+    return true;
+  }
+  return QAbstractButton::event(event);
+}
+
+void FlatButton::keyPressEvent(QKeyEvent* event) {
+  if (IsReturn(event)) {
+    click();
+    return;
+  }
+  QAbstractButton::keyPressEvent(event);
+}
 
 void FlatButton::setKeyEquivalent(const QKeySequence& key) {
   auto* shortcut = new QShortcut(key, this);
@@ -68,6 +96,13 @@ void FlatButton::paintEvent(QPaintEvent*) {
   painter.setPen(titleColour_);
   painter.setFont(font());
   painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine, text());
+  if (!hasFocus()) return;
+  const qreal ringInset = kFocusRingWidth / 2;
+  painter.setOpacity(1);
+  painter.setPen(QPen(kFocusRing, kFocusRingWidth));
+  painter.setBrush(Qt::NoBrush);
+  painter.drawPath(RoundedRect(QRectF(rect()).adjusted(ringInset, ringInset, -ringInset, -ringInset),
+                               std::max(cornerRadius_, kFocusRingMinimumRadius)));
 }
 
 QImage RenderStatusSymbol(const QString& name, QSize size, qreal devicePixelRatio, const QColor& tint) {

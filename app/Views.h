@@ -12,7 +12,8 @@
 namespace orvistelle::app {
 
 // A borderless button with a rounded, optionally outlined fill behind a one-colour title. Every style setter
-// replaces the previous value, so styling again leaves no trace of an earlier look.
+// replaces the previous value, so styling again leaves no trace of an earlier look. Tab reaches it (a click does
+// not take the focus), a ring shows while it has the focus, and Space or Return then presses it.
 class FlatButton : public QAbstractButton {
   Q_OBJECT
 
@@ -39,6 +40,8 @@ class FlatButton : public QAbstractButton {
   QSize sizeHint() const override;
 
  protected:
+  bool event(QEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
 
  private:

@@ -9,22 +9,30 @@ cmake --build --preset dev -j "$(nproc)"
 
 app="build/dev/app/Orvistelle FCP Beauty.app/Contents/MacOS/Orvistelle FCP Beauty"
 # This build's endpoints all point at the development backend on 127.0.0.1:54321: start it unless something
-# already listens there, and stop it again when the app quits.
+# already listens there. It runs in its own session, so that it outlives this script where it should.
 listening() { (exec 3<>/dev/tcp/127.0.0.1/54321) 2>/dev/null; }
+devbackend=
 if ! listening; then
-  build/dev/tools/devbackend/orvistelle-devbackend >build/dev/devbackend.log 2>&1 &
+  setsid build/dev/tools/devbackend/orvistelle-devbackend >build/dev/devbackend.log 2>&1 </dev/null &
   devbackend=$!
-  trap 'kill "$devbackend" 2>/dev/null; wait "$devbackend" 2>/dev/null || true' EXIT
+  echo "$devbackend" >build/dev/devbackend.pid
   for _ in $(seq 50); do listening && break; sleep 0.1; done
   listening || echo "The development backend did not start; see build/dev/devbackend.log." >&2
 fi
 echo "What the app sends to the development backend: http://127.0.0.1:54321/dev"
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
+  # The backend started here stops when the app quits.
+  [ -z "$devbackend" ] || trap 'kill "$devbackend" 2>/dev/null; rm -f build/dev/devbackend.pid' EXIT
   "$app"
   exit
 fi
 
-# No display: show the window on a virtual one long enough to photograph it, then close it.
+# No display: show the window on a virtual one long enough to photograph it, then close it. What the app sent stays
+# on view at /dev afterwards, so the backend keeps running, whatever becomes of the photograph.
+if [ -n "$devbackend" ]; then
+  trap 'echo "The development backend keeps running (process $devbackend, log build/dev/devbackend.log)."
+        echo "Stop it with: kill \$(cat build/dev/devbackend.pid) && rm build/dev/devbackend.pid"' EXIT
+fi
 shot="$PWD/build/dev/screenshots/window.png"
 mkdir -p "$(dirname "$shot")"
 xvfb-run --auto-servernum --server-args="-screen 0 640x720x24" bash -c '

@@ -1,3 +1,4 @@
+#include <QAccessible>
 #include <QApplication>
 #include <QTest>
 #include <functional>
@@ -239,20 +240,77 @@ TEST_F(WindowTest, MissingServiceOnlyExplainsItself) {
   EXPECT_FALSE(fs::exists(InstalledTemplate()));
 }
 
-TEST_F(WindowTest, ReturnPressesTheButtonWhileItIsEnabled) {
-  SetService(false);
+struct KeyCase {
+  const char* what;
+  bool service;
+  std::vector<std::pair<Qt::Key, Qt::KeyboardModifiers>> keys;
+  const char* focused;  // "" for the window itself
+  bool setsUp;
+  std::vector<std::string> pages;
+  bool closes = false;
+};
+
+void PrintTo(const KeyCase& c, std::ostream* os) { *os << c.what; }
+
+class KeyboardTest : public WindowTest, public ::testing::WithParamInterface<KeyCase> {};
+
+TEST_P(KeyboardTest, TabReachesButtonAndLinksWithARingAndKeysPressOrClose) {
+  const KeyCase& c = GetParam();
+  SetService(c.service);
   Build();
   window_.show();
-  window_.activateWindow();
   ASSERT_TRUE(QTest::qWaitForWindowActive(&window_));
-  QTest::keyClick(&window_, Qt::Key_Return);
-  EXPECT_EQ(TextColour("hintLabel"), Grey(0.55));  // disabled: nothing happened
+  for (const auto& [key, modifiers] : c.keys) QTest::keyClick(QApplication::focusWidget(), key, modifiers);
+  EXPECT_EQ(database_.calls, c.setsUp ? std::vector<std::string>{"register"} : std::vector<std::string>{});
+  EXPECT_EQ(gServiceCalls, c.pages);
+  EXPECT_EQ(window_.isVisible(), !c.closes);
+  if (c.closes) return;
+  ASSERT_TRUE(WaitFor([this, &c] { return Button()->isEnabled() || !c.service; }));
+  EXPECT_EQ(QApplication::focusWidget()->objectName(), c.focused);
+  if (auto* focused = qobject_cast<FlatButton*>(QApplication::focusWidget())) {
+    auto ringLightness = [focused] { return focused->grab().toImage().pixelColor(1, 10).lightnessF(); };
+    EXPECT_GT(ringLightness(), 0.85);
+    window_.setFocus();
+    EXPECT_LT(ringLightness(), 0.85);
+  }
+}
 
-  SetService(true);
-  delegate_.refreshRegistrationStatus();
-  QTest::keyClick(&window_, Qt::Key_Return);
-  EXPECT_EQ(database_.calls, std::vector<std::string>{"register"});
-  EXPECT_TRUE(WaitFor([this] { return Button()->isEnabled(); }));
+constexpr Qt::KeyboardModifiers kNone = Qt::NoModifier;
+const std::pair<Qt::Key, Qt::KeyboardModifiers> kTab{Qt::Key_Tab, kNone}, kReturn{Qt::Key_Return, kNone};
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, KeyboardTest,
+    ::testing::Values(
+        KeyCase{"ReturnSetsUpWhileNothingHasFocus", true, {kReturn}, "", true, {}},
+        KeyCase{"ReturnDoesNothingWhileTheButtonIsDisabled", false, {kReturn}, "", false, {}},
+        KeyCase{"SpaceOnTheButtonSetsUpAndKeepsItsFocus", true, {kTab, {Qt::Key_Space, kNone}}, "actionButton", true,
+                {}},
+        KeyCase{"ReturnOnTheButtonSetsUpOnce", true, {kTab, kReturn}, "actionButton", true, {}},
+        KeyCase{"ReturnOnTheLastLinkOpensOnlyItsPage", true, {kTab, kTab, kTab, kTab, kTab, kReturn}, "link.privacy",
+                false, {"privacy"}},
+        KeyCase{"EscapeCloses", true, {kTab, kTab, {Qt::Key_Escape, kNone}}, "", false, {}, true},
+        KeyCase{"ControlQCloses", true, {{Qt::Key_Q, Qt::ControlModifier}}, "", false, {}, true}),
+    [](const auto& info) { return std::string(info.param.what); });
+
+TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSeparators) {
+  Build();
+  QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&window_);
+  std::vector<std::pair<QAccessible::Role, QString>> heard;
+  for (int i = 0; i < window->childCount(); ++i) {
+    heard.emplace_back(window->child(i)->role(), window->child(i)->text(QAccessible::Name));
+    EXPECT_EQ(window->indexOfChild(window->child(i)), i);
+  }
+  using R = QAccessible::Role;
+  const std::vector<std::pair<QAccessible::Role, QString>> expected = {
+      {R::Graphic, "Orvistelle FCP Beauty"}, {R::StaticText, "Orvistelle Final Cut Plugin"},
+      {R::StaticText, "Plugin host: Needed"}, {R::StaticText, "Effect service: Ready"},
+      {R::StaticText, "Motion template: Needed"}, {R::Button, "Set up for Final Cut"},
+      {R::StaticText, "One tap finishes anything still marked above."}, {R::StaticText, "About"},
+      {R::Graphic, "Orvistelle"}, {R::StaticText, "Version 0.1.0"},
+      {R::Link, "Website"}, {R::Link, "Guide"}, {R::Link, "Terms"}, {R::Link, "Privacy Policy"}};
+  EXPECT_EQ(heard, expected);
+  window->child(window->childCount() - 1)->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  EXPECT_EQ(gServiceCalls, std::vector<std::string>{"privacy"});
 }
 
 TEST_F(WindowTest, AboutLinksAreCentredAndEachOpensOnlyItsPage) {
@@ -328,6 +386,15 @@ TEST_F(WindowTest, WritesScreenshotsForReview) {
     Build();
     const QString path = QStringLiteral(ORVISTELLE_TEST_SCREENSHOTS "/window-%1.png").arg(shot.language);
     EXPECT_TRUE(window_.grab().save(path)) << path.toStdString();
+  }
+  UseLanguage("en");
+  SetService(true);
+  Build();
+  window_.show();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&window_));
+  for (const char* focused : {"actionButton", "link.guide"}) {  // the focus ring, as Tab leaves it
+    View(focused)->setFocus(Qt::TabFocusReason);
+    EXPECT_TRUE(window_.grab().save(QString(ORVISTELLE_TEST_SCREENSHOTS "/focus-%1.png").arg(focused)));
   }
 }
 

@@ -1,6 +1,8 @@
 #include "tools/devbackend/DevBackend.h"
 
 #include <httplib.h>
+#include <openssl/crypto.h>
+#include <openssl/rand.h>
 
 #include <nlohmann/json.hpp>
 
@@ -27,6 +29,9 @@ constexpr char kLanguagePrefix[] = "(?:/(zh|ja|ko|pt-BR|es))?";
 constexpr char kHtml[] = "text/html; charset=utf-8";
 constexpr int kDevPageRows = 50;
 constexpr size_t kWorkers = 24;
+constexpr size_t kMaxBodyBytes = 64 * 1024;
+// Printing a value recurses once per level, so deeper bodies are turned away before anything prints them.
+constexpr int kMaxJsonDepth = 32;
 
 void SendJson(httplib::Response& res, int status, const json& body) {
   res.status = status;
@@ -82,6 +87,36 @@ std::variant<std::vector<std::string>, std::string> SelectedColumns(const std::s
     chosen.push_back(column);
   }
   return chosen;
+}
+
+// The values a browser sends when it reached us by address rather than through a name that some other site
+// controls (a rebound DNS name resolving to 127.0.0.1 reaches the same socket).
+bool IsLoopbackHost(const std::string& host) {
+  const std::string name = host.substr(0, host.find(':'));
+  return name == kHost || name == "localhost";
+}
+
+// Discarded for text that is not JSON and for JSON nested deeper than kMaxJsonDepth.
+json ParseShallowJson(const std::string& text) {
+  bool tooDeep = false;
+  json value = json::parse(
+      text,
+      [&tooDeep](int depth, json::parse_event_t, json&) {
+        tooDeep = tooDeep || depth > kMaxJsonDepth;
+        return !tooDeep;
+      },
+      false);
+  return tooDeep ? json(json::value_t::discarded) : value;
+}
+
+std::string NewCsrfToken() {
+  unsigned char bytes[24];
+  RAND_bytes(bytes, sizeof bytes);
+  return Base64UrlEncode(std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes));
+}
+
+bool SameSecret(const std::string& given, const std::string& expected) {
+  return given.size() == expected.size() && CRYPTO_memcmp(given.data(), expected.data(), given.size()) == 0;
 }
 
 }  // namespace
@@ -189,7 +224,7 @@ struct DevBackend::Impl {
       return;
     }
     json rows = json::array();
-    if (auto relay = store->Relay(filter.substr(3))) {
+    if (auto relay = store->TakeRelay(filter.substr(3), Now())) {
       const json values = {{"id", relay->id},
                            {"session_payload", json::parse(relay->sessionPayload, nullptr, false)},
                            {"created_at", IsoTime(relay->createdAt)}};
@@ -201,9 +236,10 @@ struct DevBackend::Impl {
   }
 
   void Heartbeat(const httplib::Request& req, httplib::Response& res) {
-    auto body = json::parse(req.body, nullptr, false);
+    auto body = ParseShallowJson(req.body);
     if (!body.is_object()) {
-      SendJson(res, 400, {{"error", "the heartbeat must be a JSON object"}});
+      SendJson(res, 400, {{"error", "the heartbeat must be a JSON object nested at most " +
+                                        std::to_string(kMaxJsonDepth) + " levels deep"}});
       return;
     }
     store->RecordHeartbeat(req.remote_addr, body.dump(), Now());
@@ -271,7 +307,12 @@ struct DevBackend::Impl {
     SendHtml(res, 200, SignedInPage(lang, email));
   }
 
+  // Any page the developer's browser shows could post here; only the /dev page knows the token.
   void Revoke(const httplib::Request& req, httplib::Response& res) {
+    if (!SameSecret(req.get_param_value("csrf"), csrfToken)) {
+      SendJson(res, 403, {{"error", "the csrf value of the /dev page is missing or wrong"}});
+      return;
+    }
     const std::string email = Lowercase(req.get_param_value("email"));
     auto revoked = store->RevokeSessions(email);
     if (req.get_header_value("Content-Type").rfind("application/x-www-form-urlencoded", 0) == 0) {
@@ -287,10 +328,11 @@ struct DevBackend::Impl {
     DevPageData data{options.manifestPath.string(),
                      options.dataDir.string(),
                      options.accessTokenLifetimeSeconds,
+                     csrfToken,
                      store->RecentHeartbeats(kDevPageRows),
                      store->RecentFetches(kDevPageRows),
                      store->RecentSessions(kDevPageRows),
-                     store->RecentRelays(kDevPageRows)};
+                     store->RecentRelays(kDevPageRows, Now())};
     SendHtml(res, 200, DevPage(data));
   }
 
@@ -300,6 +342,12 @@ struct DevBackend::Impl {
     // limit lets Stop, which waits for every worker, return within a second.
     server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
     server.set_keep_alive_timeout(1);
+    server.set_payload_max_length(kMaxBodyBytes);
+    server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
+      if (IsLoopbackHost(req.get_header_value("Host"))) return httplib::Server::HandlerResponse::Unhandled;
+      SendJson(res, 421, {{"error", "this server answers only requests addressed to 127.0.0.1 or localhost"}});
+      return httplib::Server::HandlerResponse::Handled;
+    });
     using Req = const httplib::Request&;
     using Res = httplib::Response&;
     server.Post("/auth/v1/token", [this](Req req, Res res) { RefreshTokenGrant(req, res); });
@@ -320,6 +368,7 @@ struct DevBackend::Impl {
   Options options;
   std::unique_ptr<Store> store;
   const std::string download = StandInDownloadZip();
+  const std::string csrfToken = NewCsrfToken();
   httplib::Server server;
   std::thread thread;
   int port = 0;
@@ -356,5 +405,7 @@ void DevBackend::Stop() {
 int DevBackend::Port() const { return impl_->port; }
 
 std::string DevBackend::BaseURL() const { return impl_->BaseURL(); }
+
+std::string DevBackend::FormToken() const { return impl_->csrfToken; }
 
 }  // namespace orvistelle::devbackend

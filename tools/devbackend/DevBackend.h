@@ -30,6 +30,8 @@ class DevBackend {
   void Stop();
   int Port() const;
   std::string BaseURL() const;
+  // What the /dev page's forms carry and POST /dev/revoke requires: fresh at every start.
+  std::string FormToken() const;
 
  private:
   struct Impl;

@@ -58,13 +58,14 @@ std::string FetchTable(const std::vector<FetchRow>& fetches) {
   return Table({"At", "Path", "Status", "From", "User agent"}, rows);
 }
 
-std::string SessionTable(const std::vector<SessionRow>& sessions) {
+std::string SessionTable(const std::vector<SessionRow>& sessions, const std::string& csrfToken) {
   std::string rows;
   for (const auto& session : sessions) {
     rows += "<tr>" + Cell(session.email) + Cell(session.id) + Cell(IsoTime(session.createdAt)) +
             Cell(session.refreshCount == 0 ? "never" : IsoTime(session.refreshedAt)) +
             Cell(std::to_string(session.refreshCount)) +
-            "<td><form method=\"post\" action=\"/dev/revoke\"><input type=\"hidden\" name=\"email\" value=\"" +
+            "<td><form method=\"post\" action=\"/dev/revoke\"><input type=\"hidden\" name=\"csrf\" value=\"" +
+            HtmlEscape(csrfToken) + "\"><input type=\"hidden\" name=\"email\" value=\"" +
             HtmlEscape(session.email) + "\"><button>Revoke all of this user's sessions</button></form></td></tr>";
   }
   return Table({"User", "Session", "Started", "Last refresh", "Refreshes", ""}, rows);
@@ -185,7 +186,9 @@ std::string DevPage(const DevPageData& data) {
                      HtmlEscape(data.dataDir) + "</code>.</p>";
   body += "<h2>Heartbeats</h2>" + HeartbeatTable(data.heartbeats);
   body += "<h2>Update checks and downloads</h2>" + FetchTable(data.fetches);
-  body += "<h2>Sessions</h2>" + SessionTable(data.sessions);
+  body += "<h2>Sessions</h2><p>A revoke takes effect at the app's next refresh: the access token it holds stays "
+          "valid until then, and the refresh that follows fails.</p>" +
+          SessionTable(data.sessions, data.csrfToken);
   body += "<h2>Sign-in relay</h2>" + RelayTable(data.relays);
   std::string html = Layout("", "Development backend", body);
   html.insert(html.find("<title>"), "<meta http-equiv=\"refresh\" content=\"5\">");

@@ -29,6 +29,7 @@ struct DevPageData {
   std::string manifestPath;
   std::string dataDir;
   int tokenLifetimeSeconds = 0;
+  std::string csrfToken;  // goes into every form, which the server checks on submission
   std::vector<HeartbeatRow> heartbeats;
   std::vector<FetchRow> fetches;
   std::vector<SessionRow> sessions;

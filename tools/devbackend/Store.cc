@@ -198,15 +198,22 @@ std::optional<int> Store::RevokeSessions(const std::string& email) {
   return static_cast<int>(sessionIds.size());
 }
 
+void Store::DeleteExpiredRelays(double now) {
+  Statement purge(db_, "DELETE FROM auth_relay WHERE created_at <= ?");
+  purge.Bind(now - kRelayLifetimeSeconds).Step();
+}
+
 void Store::PutRelay(const std::string& flowId, const std::string& sessionPayload, double now) {
   std::lock_guard lock(mutex_);
+  DeleteExpiredRelays(now);
   Statement put(db_, "INSERT OR REPLACE INTO auth_relay(id, session_payload, created_at) VALUES(?,?,?)");
   put.Bind(flowId).Bind(sessionPayload).Bind(now).Step();
 }
 
-std::optional<RelayRow> Store::Relay(const std::string& flowId) {
+std::optional<RelayRow> Store::TakeRelay(const std::string& flowId, double now) {
   std::lock_guard lock(mutex_);
-  Statement find(db_, "SELECT id, session_payload, created_at FROM auth_relay WHERE id = ?");
+  DeleteExpiredRelays(now);
+  Statement find(db_, "DELETE FROM auth_relay WHERE id = ? RETURNING id, session_payload, created_at");
   if (!find.Bind(flowId).Step()) return std::nullopt;
   return RelayRow{find.Text(0), find.Text(1), find.Real(2)};
 }
@@ -256,8 +263,9 @@ std::vector<SessionRow> Store::RecentSessions(int limit) {
   return rows;
 }
 
-std::vector<RelayRow> Store::RecentRelays(int limit) {
+std::vector<RelayRow> Store::RecentRelays(int limit, double now) {
   std::lock_guard lock(mutex_);
+  DeleteExpiredRelays(now);
   std::vector<RelayRow> rows;
   Statement select(db_, "SELECT id, session_payload, created_at FROM auth_relay ORDER BY created_at DESC LIMIT ?");
   select.Bind(int64_t{limit});

@@ -51,6 +51,8 @@ struct SessionRow {
   int64_t refreshCount = 0;
 };
 
+inline constexpr double kRelayLifetimeSeconds = 600;
+
 struct RelayRow {
   std::string id;
   std::string sessionPayload;  // JSON text
@@ -75,8 +77,9 @@ class Store {
   // Ends every session of the user; nothing when no user has this e-mail.
   std::optional<int> RevokeSessions(const std::string& email);
 
+  // A relay row carries a live session, so it is handed out once and lives kRelayLifetimeSeconds at most.
   void PutRelay(const std::string& flowId, const std::string& sessionPayload, double now);
-  std::optional<RelayRow> Relay(const std::string& flowId);
+  std::optional<RelayRow> TakeRelay(const std::string& flowId, double now);
 
   void RecordHeartbeat(const std::string& remote, const std::string& body, double now);
   void RecordFetch(const FetchRow& fetch);
@@ -84,13 +87,14 @@ class Store {
   std::vector<HeartbeatRow> RecentHeartbeats(int limit);
   std::vector<FetchRow> RecentFetches(int limit);
   std::vector<SessionRow> RecentSessions(int limit);
-  std::vector<RelayRow> RecentRelays(int limit);
+  std::vector<RelayRow> RecentRelays(int limit, double now);
 
  private:
   explicit Store(sqlite3* db);
   std::optional<User> FindUserByEmail(const std::string& email);
   std::string IssueRefreshToken(const std::string& sessionId, double now);
   void EndSession(const std::string& sessionId);
+  void DeleteExpiredRelays(double now);
 
   std::mutex mutex_;
   sqlite3* db_;

@@ -1,4 +1,4 @@
-// orvistelle-devbackend [--port N] [--data-dir DIR] [--manifest FILE] [--token-lifetime SECONDS]
+// orvistelle-devbackend [--port N] [--data-dir DIR] [--manifest FILE] [--token-lifetime SECONDS] | --help
 // Serves the development backend on 127.0.0.1 until interrupted. Port 0 picks a free port; the first line printed
 // names the address in any case, so that scripts can wait for it.
 #include <csignal>
@@ -19,7 +19,11 @@ constexpr char kUsage[] =
     "  --port            port on 127.0.0.1 (default 54321; 0 picks a free one)\n"
     "  --data-dir        where the SQLite database lives (default " ORVISTELLE_DEVBACKEND_DATA ")\n"
     "  --manifest        the update manifest served as latest.json (default " ORVISTELLE_DEVBACKEND_MANIFEST ")\n"
-    "  --token-lifetime  access-token lifetime in seconds (default 3600); 120 shows a refresh within minutes\n";
+    "  --token-lifetime  access-token lifetime in seconds (default 3600); 120 shows a refresh within minutes\n"
+    "  --help            this text\n";
+constexpr char kStopping[] =
+    "Serves until interrupted (Ctrl+C or kill -TERM). What the app sent is listed at /dev; see README.md beside the\n"
+    "sources for the endpoints.\n";
 
 std::optional<int> NonNegative(std::string_view text) {
   if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string_view::npos) {
@@ -55,6 +59,10 @@ std::optional<Options> ParseFlags(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
+    std::cout << kUsage << kStopping;
+    return 0;
+  }
   auto options = ParseFlags(argc, argv);
   if (!options) {
     std::cerr << kUsage;

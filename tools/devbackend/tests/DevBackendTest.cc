@@ -161,12 +161,64 @@ TEST_F(DevBackendTest, CurrentUserNeedsALiveAccessTokenOfALiveSession) {
 
 TEST_F(DevBackendTest, RevokeEndsEverySessionOfTheUser) {
   json session = SignedInSession("dev@example.org");
-  auto revoked = client_->Post("/dev/revoke?email=dev@example.org");
+  const std::string dev = client_->Get("/dev")->body;
+  EXPECT_NE(dev.find("A revoke takes effect at the app's next refresh"), std::string::npos);
+  const std::string csrf = backend_->FormToken();
+  EXPECT_NE(dev.find("name=\"csrf\" value=\"" + csrf + "\""), std::string::npos);
+  for (const std::string& forged : {std::string(), csrf.substr(1), std::string(csrf.size(), 'A')}) {
+    EXPECT_EQ(client_->Post("/dev/revoke?email=dev@example.org&csrf=" + forged)->status, 403) << forged;
+  }
+  auto revoked = client_->Post("/dev/revoke?email=dev@example.org&csrf=" + csrf);
   ASSERT_EQ(revoked->status, 200);
   EXPECT_EQ(json::parse(revoked->body)["revoked_sessions"], 1);
   EXPECT_EQ(Refresh(session["refresh_token"])->status, 400);
   EXPECT_EQ(CurrentUser(session["access_token"])->status, 403);
-  EXPECT_EQ(client_->Post("/dev/revoke?email=nobody@example.org")->status, 404);
+  EXPECT_EQ(client_->Post("/dev/revoke?email=nobody@example.org&csrf=" + csrf)->status, 404);
+}
+
+TEST_F(DevBackendTest, RelayRowIsHandedOutOnceAndExpiresAfterTenMinutes) {
+  struct Case {
+    double readAfter;
+    size_t rows;
+  } cases[] = {{0, 1}, {599, 1}, {600, 0}};
+  for (const Case& c : cases) {
+    now_ = kStart;
+    ASSERT_EQ(SignIn("dev@example.org", "secret")->status, 200);
+    now_ = kStart + c.readAfter;
+    EXPECT_EQ(Relay(kFlow).size(), c.rows) << c.readAfter;
+    EXPECT_EQ(Relay(kFlow), json::array()) << "read twice after " << c.readAfter;
+  }
+}
+
+std::string Nested(int levels) {
+  std::string text;
+  for (int i = 0; i < levels; ++i) text += R"({"a":)";
+  return text + "1" + std::string(levels, '}');
+}
+
+TEST_F(DevBackendTest, TurnsAwayOversizedDeepAndForeignRequests) {
+  struct Case {
+    const char* what;
+    std::string host;
+    std::string heartbeat;
+    int status;
+  } cases[] = {
+      {"the body that once overflowed the stack", "", Nested(100000), 413},
+      {"64 KiB and one byte", "", R"({"a":")" + std::string(64 * 1024 - 7, 'x') + "\"}", 413},
+      {"64 KiB", "", R"({"a":")" + std::string(64 * 1024 - 8, 'x') + "\"}", 200},
+      {"33 levels", "", Nested(33), 400},
+      {"32 levels", "", Nested(32), 200},
+      {"a rebound DNS name", "attacker.example:54321", "{}", 421},
+      {"localhost", "localhost:54321", "{}", 200},
+  };
+  for (const Case& c : cases) {
+    httplib::Headers headers;
+    if (!c.host.empty()) headers.emplace("Host", c.host);
+    auto res = client_->Post("/console/v1/plugin/heartbeat", headers, c.heartbeat, "application/json");
+    ASSERT_TRUE(res) << c.what;
+    EXPECT_EQ(res->status, c.status) << c.what;
+  }
+  EXPECT_EQ(client_->Get("/dev", {{"Host", "attacker.example"}})->status, 421);
 }
 
 TEST_F(DevBackendTest, HeartbeatsAndUpdateFetchesShowOnTheDevPage) {

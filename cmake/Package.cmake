@@ -1,0 +1,18 @@
+# `cpack` in a build tree makes the Debian package of the application: the "app" component alone, under /usr.
+set(CPACK_GENERATOR DEB)
+set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};${PROJECT_NAME};app;/")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGE_NAME orvistelle-fcp-beauty)
+set(CPACK_PACKAGE_VENDOR Tarnwix)
+set(CPACK_PACKAGE_CONTACT "Orvistelle support <support@orvistelle.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "companion app of the Orvistelle beauty effect")
+set(CPACK_PACKAGE_DESCRIPTION "A status window and the orvistelle-fcp command, which check and set up what the
+Orvistelle beauty effect needs, and keep the account session and update information fresh.")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The registration's fallback tool and the browser hand-off.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "desktop-file-utils, xdg-utils")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_OUTPUT_FILE_PREFIX "${CMAKE_BINARY_DIR}/packages")
+include(CPack)

@@ -14,5 +14,4 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The registration's fallback tool and the browser hand-off.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "desktop-file-utils, xdg-utils")
 set(CPACK_STRIP_FILES ON)
-set(CPACK_OUTPUT_FILE_PREFIX "${CMAKE_BINARY_DIR}/packages")
 include(CPack)

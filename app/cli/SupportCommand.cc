@@ -231,12 +231,13 @@ bool Removed(const std::string& what, const std::string& path, std::error_code e
   return !error;
 }
 
-int Reset(bool confirmed) {
-  if (!confirmed) {
-    std::cerr << kProgram << ": reset removes the installed template, the desktop entry and the support files "
-              << "(session, install id, update dismissal); run `" << kProgram << " reset --yes` to go ahead.\n";
-    return 1;
-  }
+int RefuseReset() {
+  std::cerr << kProgram << ": reset removes the installed template, the desktop entry and the support files "
+            << "(session, install id, update dismissal); run `" << kProgram << " reset --yes` to go ahead.\n";
+  return 1;
+}
+
+int Reset() {
   std::error_code templateError, supportError;
   fs::remove_all(shell::MotionTemplatePath(), templateError);
   fs::remove_all(auth::SupportDir(), supportError);
@@ -251,7 +252,7 @@ int Run(const Invocation& invocation) {
   if (invocation.command == "status") return Status(invocation.flag);
   if (invocation.command == "setup") return Setup();
   if (invocation.command == "diagnose") return Diagnose();
-  return Reset(invocation.flag);
+  return Reset();
 }
 
 std::string RunningExecutable() {
@@ -278,6 +279,8 @@ int SupportMain(std::vector<std::string> arguments) {
     std::cout << (invocation->command == "--help" ? kUsage : std::string(kProgram) + " " + config::kVersion + "\n");
     return 0;
   }
+  // Refused before anything is looked at, so that no mistake further down can make an unconfirmed reset remove files.
+  if (invocation->command == "reset" && !invocation->flag) return RefuseReset();
   const std::string bundlePath = invocation->bundle.value_or(
       DefaultBundlePath(RunningExecutable(), ORVISTELLE_CLI_INSTALLED_BUNDLE, ORVISTELLE_CLI_BUNDLE_NAME));
   if (!shell::IsDirectory(bundlePath)) {

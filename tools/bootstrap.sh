@@ -14,6 +14,8 @@ packages=(
   # end-to-end sign-in in a real browser; reference runs for the benchmarks
   chromium nodejs gettext imagemagick
   libxcb-damage0-dev  # the start-up benchmark sees a window's first drawing from outside the program
+  # icons drawn from the SVG, the Debian package and the checks of its desktop entry and metainfo
+  librsvg2-bin dpkg-dev appstream
 )
 # A Node.js from outside Debian ships its own npm, and Debian's npm package conflicts with it.
 command -v npm >/dev/null 2>&1 || packages+=(npm)

@@ -50,7 +50,7 @@ void AppendAndRotate(const std::string& path, const std::string& line) {
   bool full = ::write(fd, line.data(), line.size()) > 0 && ::fstat(fd, &info) == 0 &&
               static_cast<size_t>(info.st_size) >= kDiagnosticsLogLimit;
   ::close(fd);
-  if (full) ::rename(path.c_str(), (path + ".1").c_str());
+  if (full) (void)::rename(path.c_str(), (path + ".1").c_str());
 }
 
 void AppendLines(const std::string& path, std::vector<std::string>& lines) {
@@ -70,8 +70,8 @@ std::string IsoTimestamp(double seconds) {
   std::tm utc{};
   gmtime_r(&time, &utc);
   char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
-                utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis);
+  (void)std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                      utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis);
   return text;
 }
 

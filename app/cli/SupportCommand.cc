@@ -269,7 +269,7 @@ std::string DefaultBundlePath(const std::string& executablePath, const std::stri
   return shell::IsDirectory(installed.string()) ? installed.string() : (folder / bundleName).string();
 }
 
-int SupportMain(std::vector<std::string> arguments) {
+int SupportMain(const std::vector<std::string>& arguments) {
   const std::optional<Invocation> invocation = Parse(arguments);
   if (!invocation) {
     std::cerr << kUsage;

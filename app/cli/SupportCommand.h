@@ -16,6 +16,6 @@ std::string DefaultBundlePath(const std::string& executablePath, const std::stri
                               const std::string& bundleName);
 
 // Runs one command line, without the program's name, and returns the exit code.
-int SupportMain(std::vector<std::string> arguments);
+int SupportMain(const std::vector<std::string>& arguments);
 
 }  // namespace orvistelle::cli

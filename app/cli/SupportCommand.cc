@@ -196,7 +196,7 @@ std::string RegisteredBundles() {
   return list.empty() ? "none" : list;
 }
 
-int Diagnose() {
+int Report() {
   std::cout << "Orvistelle FCP Beauty support report, "
             << platform::IsoTimestamp(platform::Seam<platform::Clock>::Get().Now()) << "\n"
             << "App version: " << shell::BundleVersion() << "\n"
@@ -251,7 +251,7 @@ int Reset() {
 int Run(const Invocation& invocation) {
   if (invocation.command == "status") return Status(invocation.flag);
   if (invocation.command == "setup") return Setup();
-  if (invocation.command == "diagnose") return Diagnose();
+  if (invocation.command == "diagnose") return Report();
   return Reset();
 }
 

@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         UsageCase{{"--version"}, 0, std::string("orvistelle-fcp ") + config::kVersion + "\n", ""},
         UsageCase{{"--help"}, 0, kUsage, ""}, UsageCase{{}, 2, "", kUsage}, UsageCase{{"frobnicate"}, 2, "", kUsage},
-        UsageCase{{"status", "--yes"}, 2, "", kUsage}, UsageCase{{"reset", "--json"}, 2, "", kUsage},
+        UsageCase{{"reset", "--json"}, 2, "", kUsage},
         UsageCase{{"--help", "status"}, 2, "", kUsage}, UsageCase{{"status", "--json", "--json"}, 2, "", kUsage},
         UsageCase{{"--bundle"}, 2, "", kUsage},
         UsageCase{{"--bundle", "/nonexistent/Orvistelle FCP Beauty.app", "status"}, 1, "",

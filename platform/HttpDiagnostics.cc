@@ -29,7 +29,6 @@ std::string HostAndPath(const std::string& address) {
 }  // namespace
 
 void NoteHttpExchange(CURL* curl, const HttpRequest& request, CURLcode result) {
-  if (DiagnosticsLogPath().empty()) return;
   long status = 0;
   curl_off_t micros = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);

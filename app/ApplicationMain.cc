@@ -6,8 +6,10 @@
 #include <iostream>
 
 #include "app/SingleInstance.h"
+#include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
 #include "orvistelle/FcpService.h"
+#include "platform/DiagnosticsLog.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::app {
@@ -42,6 +44,12 @@ int ApplicationMain(int argc, char** argv) {
     std::cerr << kWindowTitle << " needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n";
     return 1;
   }
+  platform::StartDiagnosticsLog();
+  shell::NoteLaunch(kWindowTitle);
+  // The window's class on X11 and its application id on Wayland: what the installed desktop entry names in
+  // StartupWMClass and its file name, so that the desktop shows the window under the entry's icon.
+  QApplication::setApplicationName(kWindowTitle);
+  QGuiApplication::setDesktopFileName(config::kBundleIdentifier);
   QApplication application(argc, argv);
   SingleInstance instance(InstanceSocketPath());
   if (instance.RaiseRunningInstance()) return 0;

@@ -1,6 +1,8 @@
 #include "app/Setup.h"
 
+#include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/DiagnosticsLog.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::shell {
@@ -9,6 +11,8 @@ namespace {
 RowState Row(bool ready, int statusWhenNot, const char* keyWhenNot) {
   return ready ? RowState{kStatusReady, "shell.stateReady"} : RowState{statusWhenNot, keyWhenNot};
 }
+
+const char* YesNo(bool value) { return value ? "yes" : "no"; }
 
 }  // namespace
 
@@ -34,23 +38,34 @@ bool RegisterHostNow(int* status) {
   auto& database = platform::Seam<platform::AppDatabase>::Get();
   const std::string bundle = platform::Seam<platform::Bundle>::Get().Main().bundlePath;
   int result = database.Register(bundle);
-  if (result != 0 && database.RunRegistrationTool(bundle) == 0) result = 0;
+  std::string outcome = "database " + std::to_string(result);
+  if (result != 0) {
+    int tool = database.RunRegistrationTool(bundle);
+    outcome += ", tool " + std::to_string(tool);
+    if (tool == 0) result = 0;
+  }
   if (status != nullptr) *status = result;
   bool listed = IsHostRegisteredForThisApp();
+  platform::Diagnose("set-up: register " + bundle + ": " + outcome + ", listed " + YesNo(listed));
   return listed || result == 0;
 }
 
 bool InstallTemplateNow(InstallError* error) {
   const std::string source = BundledTemplatePath();
-  if (!IsDirectory(source)) {
-    if (error != nullptr) *error = {kShellErrorDomain, 1, FcpT("shell.installTemplateMissing")};
-    return false;
-  }
-  return ReplaceWithCopy(source, MotionTemplatePath(), error);
+  const std::string step = "set-up: template " + source + " -> " + MotionTemplatePath() + ": ";
+  InstallError failure{kShellErrorDomain, 1, FcpT("shell.installTemplateMissing")};
+  bool installed = IsDirectory(source) && ReplaceWithCopy(source, MotionTemplatePath(), &failure);
+  platform::Diagnose(step + (installed ? "installed"
+                                       : "failed (" + failure.domain + " " + std::to_string(failure.code) + ": " +
+                                             failure.description + ")"));
+  if (!installed && error != nullptr) *error = failure;
+  return installed;
 }
 
 PendingSetup StartSetup(const Probes& probes) {
   const bool allReady = probes.host && probes.templ;
+  platform::Diagnose(std::string("set-up: start; host ") + YesNo(probes.host) + ", plug-in " + YesNo(probes.service) +
+                     ", template " + YesNo(probes.templ));
   PendingSetup pending;
   // "Reinstall setup" registers again too; only a registered host with a missing template skips it.
   pending.registrationAttempted = allReady || !probes.host;
@@ -85,6 +100,11 @@ Hint SetupOutcomeHint(const SetupResult& result, bool allReadyNow) {
   if (allReadyNow) return {Tone::Quiet, FcpT("shell.actionDone")};
   // Registration went through but the database does not list the bundle yet.
   return {Tone::Warning, FcpT("shell.registerPending")};
+}
+
+void NoteLaunch(std::string_view program) {
+  platform::Diagnose(std::string(program) + ": app " + BundleVersion() + ", library " + config::kVersion +
+                     ", bundle " + platform::Seam<platform::Bundle>::Get().Main().bundlePath);
 }
 
 }  // namespace orvistelle::shell

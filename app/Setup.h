@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "app/Probes.h"
 #include "app/TemplateInstall.h"
@@ -64,6 +65,9 @@ struct SetupResult {
 
 // The second half: copies the template when wanted and the registration went through.
 SetupResult CompleteSetup(const PendingSetup& pending);
+
+// The support log's first line of a run: the program, the app's and the library's versions and the bundle's path.
+void NoteLaunch(std::string_view program);
 
 // The hint that ends a run, given its result and whether all three components are in place afterwards.
 Hint SetupOutcomeHint(const SetupResult& result, bool allReadyNow);

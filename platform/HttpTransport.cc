@@ -6,6 +6,8 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/HttpDiagnostics.h"
+
 namespace orvistelle::platform {
 namespace {
 
@@ -139,7 +141,9 @@ HttpResponse HttpSend(const HttpRequest& request) {
   SetLimits(curl.get(), request, transfer);
   SetRedirectsAndSecurity(curl.get());
 
-  if (curl_easy_perform(curl.get()) != CURLE_OK || transfer.tooLarge) return {};
+  CURLcode result = curl_easy_perform(curl.get());
+  NoteHttpExchange(curl.get(), request, result);
+  if (result != CURLE_OK || transfer.tooLarge) return {};
   long status = 0;
   curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
   if (status == 0) return {};

@@ -1,3 +1,4 @@
+#include "platform/DiagnosticsLog.h"
 #include "platform/Platform.h"
 
 #include <cstdlib>
@@ -9,6 +10,7 @@ void Log(std::string_view message) {
   std::string line = "[Orvistelle] ";
   line += message;
   Seam<SystemLog>::Get().Write(line);
+  Diagnose(message);
 }
 
 namespace {

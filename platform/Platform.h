@@ -3,12 +3,14 @@
 // Conventions:
 //  1. Every seam has one implementation per OS, chosen by CMake (platform/linux/ here), reached through
 //     Seam<T>::Get(). Nothing above this folder includes an OS header for these services.
-//  2. Tests replace a seam with a fake through ScopedSeam<T>; production code never overrides one.
+//  2. Tests replace a seam with a fake through ScopedSeam<T>. Production code overrides one only where a program
+//     works on another program's behalf: the support command line points the Bundle seam at the application's bundle.
 //  3. Every method may be called from any thread and never throws.
 #pragma once
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -73,6 +75,8 @@ class Bundle {
   // A string value of the main bundle's Info dictionary; nothing when absent or not a string.
   virtual std::optional<std::string> InfoString(std::string_view key) = 0;
   static Bundle& Default();
+  // The bundle at the path, read as if its own executable were running.
+  static std::unique_ptr<Bundle> At(const std::string& bundlePath);
 };
 
 // The desktop's database of installed applications, looked up by bundle identifier.
@@ -86,6 +90,8 @@ class AppDatabase {
   virtual int RunRegistrationTool(const std::string& bundlePath) = 0;
   // The bundle paths registered under the identifier, in the database's own order.
   virtual std::vector<std::string> ApplicationsWithBundleIdentifier(const std::string& bundleIdentifier) = 0;
+  // Removes what Register wrote for the identifier. 0 when it is gone (or was never there), else a negative status.
+  virtual int Unregister(const std::string& bundleIdentifier) = 0;
   static AppDatabase& Default();
 };
 

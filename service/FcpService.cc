@@ -6,6 +6,7 @@
 
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpUpdate.h"
+#include "platform/DiagnosticsLog.h"
 
 namespace {
 
@@ -22,6 +23,8 @@ const char* Intern(std::string value) {
 }  // namespace
 
 void FcpServiceMaintain(void) {
+  // A plug-in host enters here first; its requests then reach the support log as the app's do.
+  orvistelle::platform::StartDiagnosticsLog();
   FcpAuthMaintain();
   FcpUpdateMaintain();
 }

@@ -15,6 +15,8 @@ packages=(
   chromium nodejs gettext imagemagick
   libgettextpo-dev  # the catalogue is built from the translators' .po files at build time
   libxcb-damage0-dev  # the start-up benchmark sees a window's first drawing from outside the program
+  # icons drawn from the SVG, the Debian package and the checks of its desktop entry and metainfo
+  librsvg2-bin dpkg-dev appstream
 )
 # A Node.js from outside Debian ships its own npm, and Debian's npm package conflicts with it.
 command -v npm >/dev/null 2>&1 || packages+=(npm)

@@ -94,6 +94,13 @@ TEST_F(XdgAppDatabaseTest, RegisterWritesAnEntryTheLookupReadsBack) {
   EXPECT_EQ(std::distance(fs::directory_iterator(entry.parent_path()), fs::directory_iterator()), 1);
   EXPECT_EQ(database->ApplicationsWithBundleIdentifier("net.tarnwix.orvistelle.fcp"),
             std::vector<std::string>{bundle_.string()});
+  // The window's class is the bundle name, so that the desktop groups the window under this entry.
+  EXPECT_EQ(keys->at("StartupWMClass"), "Orvistelle FCP Beauty");
+  // Unregistering removes the entry once and is content when it is already gone.
+  EXPECT_EQ(database->Unregister("net.tarnwix.orvistelle.fcp"), 0);
+  EXPECT_FALSE(fs::exists(entry));
+  EXPECT_EQ(database->Unregister("net.tarnwix.orvistelle.fcp"), 0);
+  EXPECT_EQ(database->Unregister("../x"), -EINVAL);
 }
 
 TEST_F(XdgAppDatabaseTest, DataHomeDefaultsUnderTheHomeFolderWhenUnsetOrRelative) {

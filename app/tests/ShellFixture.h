@@ -43,6 +43,10 @@ class FakeAppDatabase final : public platform::AppDatabase {
     queried.push_back(identifier);
     return listed;
   }
+  int Unregister(const std::string&) override {
+    listed.clear();
+    return 0;
+  }
   int registerStatus = 0;
   int toolStatus = 0;
   bool listWhenRegistered = true;

@@ -47,6 +47,7 @@ std::string EntryText(const std::string& name, const fs::path& executable, const
   fs::path icon = bundle / "Contents" / "Resources" / "AppIcon.png";
   if (IsFile(icon)) text += "Icon=" + EscapeDesktopValue(icon.string()) + "\n";
   text += "Terminal=false\nCategories=AudioVideo;Video;\n";
+  text += "StartupWMClass=" + EscapeDesktopValue(name) + "\n";
   text += std::string(kDesktopEntryBundleKey) + "=" + EscapeDesktopValue(bundle.string()) + "\n";
   return text;
 }
@@ -130,6 +131,13 @@ class XdgAppDatabase final : public AppDatabase {
       if (bundle != entry->end() && !bundle->second.empty()) bundles.push_back(bundle->second);
     }
     return bundles;
+  }
+
+  int Unregister(const std::string& bundleIdentifier) override {
+    if (bundleIdentifier.empty() || bundleIdentifier.find('/') != std::string::npos) return -EINVAL;
+    std::error_code error;
+    fs::remove(ApplicationsFolder(DataHome()) / (bundleIdentifier + ".desktop"), error);
+    return error ? -error.value() : 0;
   }
 
  private:

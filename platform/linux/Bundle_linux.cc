@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <mutex>
 
 #include "platform/InfoPlist.h"
@@ -35,6 +36,8 @@ namespace {
 
 class ExecutableBundle final : public Bundle {
  public:
+  explicit ExecutableBundle(std::function<std::string()> executable) : executable_(std::move(executable)) {}
+
   BundleLocation Main() override {
     std::call_once(loaded_, [this] { Load(); });
     return location_;
@@ -49,12 +52,13 @@ class ExecutableBundle final : public Bundle {
 
  private:
   void Load() {
-    location_ = LocateBundle(RunningExecutable());
+    location_ = LocateBundle(executable_());
     if (location_.builtInPlugInsPath.empty()) return;
     auto info = ReadInfoPlist((fs::path(location_.bundlePath) / "Contents" / "Info.plist").string());
     if (info) info_ = std::move(*info);
   }
 
+  std::function<std::string()> executable_;
   std::once_flag loaded_;
   BundleLocation location_;
   std::map<std::string, std::string> info_;
@@ -63,8 +67,15 @@ class ExecutableBundle final : public Bundle {
 }  // namespace
 
 Bundle& Bundle::Default() {
-  static ExecutableBundle bundle;
+  static ExecutableBundle bundle(RunningExecutable);
   return bundle;
+}
+
+std::unique_ptr<Bundle> Bundle::At(const std::string& bundlePath) {
+  std::error_code error;
+  fs::path bundle = fs::absolute(bundlePath, error);
+  fs::path executable = bundle / "Contents" / "MacOS" / bundle.stem();
+  return std::make_unique<ExecutableBundle>([executable] { return executable.string(); });
 }
 
 }  // namespace orvistelle::platform

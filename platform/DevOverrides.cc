@@ -40,4 +40,10 @@ std::optional<std::chrono::milliseconds> DevTimerPeriod() {
   return std::chrono::milliseconds(millis);
 }
 
+std::optional<std::string> DevHomeDirectory() {
+  std::optional<std::string_view> home = DevVariable("ORVISTELLE_DEV_HOME");
+  if (!home || !home->starts_with('/')) return std::nullopt;
+  return std::string(*home);
+}
+
 }  // namespace orvistelle::platform

@@ -1,5 +1,5 @@
 // Development builds only: a host started by a test, or by tools/run.sh, can aim the library at a development
-// backend on any loopback port and shorten the maintenance timer, through its environment. Release builds compile
+// backend on any loopback port and shorten the maintenance timer, or keep it out of the real home, through its environment. Release builds compile
 // both out, so the shipped product keeps its built-in endpoints and timings whatever the environment says.
 #pragma once
 
@@ -15,5 +15,9 @@ std::optional<std::string> DevBackendBase();
 
 // ORVISTELLE_DEV_TIMER_MS: 1 to 3600000 milliseconds, replacing the maintenance timer's first delay and period.
 std::optional<std::chrono::milliseconds> DevTimerPeriod();
+
+// ORVISTELLE_DEV_HOME: an absolute folder that stands in for the home directory the user database records, so that
+// host processes started by tests keep their support files out of the real home.
+std::optional<std::string> DevHomeDirectory();
 
 }  // namespace orvistelle::platform

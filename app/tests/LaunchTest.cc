@@ -43,6 +43,9 @@ class LaunchTest : public ::testing::Test {
     }
     if (platform != nullptr) environment.insert("QT_QPA_PLATFORM", platform);
     environment.insert("HOME", QString::fromStdString(temp_.path() / "home"));
+    // The support folder follows the user database, not HOME; and no request may reach a backend someone runs.
+    environment.insert("ORVISTELLE_DEV_HOME", QString::fromStdString(temp_.path() / "home"));
+    environment.insert("ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:9");
     environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(temp_.path()));
     auto& app = apps_.emplace_back(std::make_unique<QProcess>());
     app->setProcessEnvironment(environment);

@@ -27,7 +27,8 @@ class SupportCommand : public ::testing::Test {
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> environment = {"HOME=" + Home().string(), "XDG_STATE_HOME=" + (root() / "state").string(),
                                             "XDG_DATA_HOME=" + DataHome().string(),
-                                            "XDG_DATA_DIRS=" + (root() / "none").string(), "LANGUAGE=en"};
+                                            "XDG_DATA_DIRS=" + (root() / "none").string(), "LANGUAGE=en",
+                                            "ORVISTELLE_DEV_HOME=" + Home().string()};
     for (const char* inherited : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
       if (const char* value = std::getenv(inherited)) environment.push_back(std::string(inherited) + "=" + value);
     }

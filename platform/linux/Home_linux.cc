@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/DevOverrides.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::platform {
@@ -12,6 +13,7 @@ namespace {
 class PosixHome final : public Home {
  public:
   std::string FromUserDatabase() override {
+    if (std::optional<std::string> devHome = DevHomeDirectory()) return *devHome;
     long size = sysconf(_SC_GETPW_R_SIZE_MAX);
     std::vector<char> buffer(size > 0 ? static_cast<size_t>(size) : 16384);
     passwd entry{};

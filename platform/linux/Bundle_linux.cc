@@ -63,7 +63,7 @@ class ExecutableBundle final : public Bundle {
 }  // namespace
 
 Bundle& Bundle::Default() {
-  static ExecutableBundle bundle;
+  static auto& bundle = *new ExecutableBundle;  // see Platform.h: never destroyed
   return bundle;
 }
 

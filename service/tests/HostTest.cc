@@ -15,7 +15,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -86,6 +88,12 @@ HostResult RunHost(std::vector<std::string> argv, std::vector<std::string> env, 
   result.output = ReadWhole(out);
   result.errors = ReadWhole(err);
   return result;
+}
+
+// How many runs the repeated tests make: few by default, more for a measurement (ORVISTELLE_HOST_RUNS=200).
+int Runs(int fallback) {
+  const char* runs = std::getenv("ORVISTELLE_HOST_RUNS");
+  return runs != nullptr && std::atoi(runs) > 0 ? std::atoi(runs) : fallback;
 }
 
 class HostTest : public ::testing::Test {
@@ -164,6 +172,24 @@ TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
   EXPECT_EQ(values["latest"], "1.3.0");
   EXPECT_EQ(values["session"], "1");
   EXPECT_EQ(values["email"], "host@example.org");
+}
+
+// A host quits at any moment while its own threads read state and the library's threads work: with the usual timer,
+// and with one firing every millisecond.
+TEST_F(HostTest, ExitsAtAnyMomentWithoutAnAbort) {
+  std::mt19937 random(std::random_device{}());
+  for (std::optional<int> timerMs : {std::optional<int>(), std::optional<int>(1)}) {
+    const int runs = Runs(8);
+    int failed = 0;
+    std::string firstErrors;
+    for (int run = 0; run < runs; ++run) {
+      HostResult host = Host({"exit-race", std::to_string(random() % 20000)}, timerMs);
+      if (host.exitCode == 0) continue;
+      if (failed++ == 0) firstErrors = host.errors;
+    }
+    std::cout << "timer " << timerMs.value_or(30000) << " ms: " << failed << " of " << runs << " exits failed\n";
+    EXPECT_EQ(failed, 0) << firstErrors.substr(firstErrors.size() - std::min<size_t>(firstErrors.size(), 2000));
+  }
 }
 
 }  // namespace

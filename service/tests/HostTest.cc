@@ -192,5 +192,14 @@ TEST_F(HostTest, ExitsAtAnyMomentWithoutAnAbort) {
   }
 }
 
+// A host that unloads the library after starting it, loads it again and unloads it again, then lives on past several
+// firings of the maintenance timer.
+TEST_F(HostTest, UnloadingAfterMaintainIsSafe) {
+  HostResult loader =
+      RunHost({ORVISTELLE_LOADER, ORVISTELLE_SERVICE_LIBRARY, "300"}, Environment(20), 20s, dir_ / "out");
+  EXPECT_EQ(loader.exitCode, 0) << loader.errors.substr(0, 2000);
+  EXPECT_EQ(loader.output, "survived\n");
+}
+
 }  // namespace
 }  // namespace orvistelle

@@ -62,7 +62,7 @@ class SystemLog {
 
 // Where the running program's bundle lies. A bare executable is its own folder with no Info and no plug-ins.
 struct BundleLocation {
-  std::string bundlePath;          // the ".app" folder, or the executable's folder
+  std::string bundlePath;          // X of "X/Contents/MacOS/exe", or the executable's folder
   std::string executablePath;      // the running executable, symbolic links resolved
   std::string resourcePath;        // Contents/Resources, or the executable's folder
   std::string builtInPlugInsPath;  // Contents/PlugIns, or empty

@@ -172,6 +172,11 @@ TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
   EXPECT_EQ(values["latest"], "1.3.0");
   EXPECT_EQ(values["session"], "1");
   EXPECT_EQ(values["email"], "host@example.org");
+  // The bundle says 1.2.0: above "force_below" 1.1.0, below "version" 1.3.0.
+  EXPECT_EQ(values["forced"], "0");
+  EXPECT_EQ(values["soft"], "1");
+  EXPECT_EQ(values["version"], config::kVersion);
+  EXPECT_EQ(values["headers"], config::kVersion);
 }
 
 // A host quits at any moment while its own threads read state and the library's threads work: with the usual timer,

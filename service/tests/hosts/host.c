@@ -28,6 +28,7 @@ static long Argument(int argc, char** argv, int index, long fallback) {
 }
 
 static void Report(void) {
+  printf("version=%s\nheaders=%s\n", FcpServiceVersion(), ORVISTELLE_VERSION_STRING);
   printf("forced=%d\nsoft=%d\nlatest=%s\nstatus=%s\nerror=%d\nemail=%s\nsession=%d\n", FcpServiceUpdateForced(),
          FcpServiceUpdateSoftAvailable(), FcpServiceUpdateLatestVersion(), FcpServiceStatus(),
          FcpServiceStatusIsError(), FcpServiceEmail(), FcpServiceHasSession());

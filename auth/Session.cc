@@ -125,7 +125,7 @@ void SetEmail(const std::string& email) {
 std::string SessionPath() { return SupportFile("fcp-session.json"); }
 
 void LoadSession() {
-  std::optional<Json> file = JsonObject(ReadFile(SessionPath()));
+  std::optional<Json> file = JsonObject(ReadStateFile(SessionPath()));
   if (!file) return;
   Session loaded;
   loaded.access = NonEmptyStringMember(*file, "access_token").value_or("");
@@ -149,7 +149,7 @@ void SaveSession() {
                {"refresh_token", session.refresh},
                {"email", session.email},
                {"expires_at", WholeSeconds(session.expiresAt)}};
-  if (std::error_code error = WritePrivateFile(SessionPath(), Dump(file))) {
+  if (std::error_code error = WriteStateFile(SessionPath(), Dump(file))) {
     SetStatusText(FcpTf("auth.sessionSaveFailed", error.message()), true);
   }
 }

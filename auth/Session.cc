@@ -97,7 +97,7 @@ double ExpiryClaim(const Json& claims) {
 }
 
 // An e-mail that could not be shown is not kept either: it reads as unknown.
-std::string ShowableOrEmpty(std::string email) { return IsShowableText(email) ? email : ""; }
+std::string ShowableOrEmpty(const std::string& email) { return IsShowableText(email) ? email : ""; }
 
 std::string EmailClaim(const Json& claims) {
   if (std::optional<std::string> email = NonEmptyStringMember(claims, "email")) return ShowableOrEmpty(*email);

@@ -96,10 +96,13 @@ double ExpiryClaim(const Json& claims) {
   return 0;
 }
 
+// An e-mail that could not be shown is not kept either: it reads as unknown.
+std::string ShowableOrEmpty(const std::string& email) { return IsShowableText(email) ? email : ""; }
+
 std::string EmailClaim(const Json& claims) {
-  if (std::optional<std::string> email = NonEmptyStringMember(claims, "email")) return *email;
+  if (std::optional<std::string> email = NonEmptyStringMember(claims, "email")) return ShowableOrEmpty(*email);
   const Json* metadata = ObjectMember(claims, "user_metadata");
-  return metadata != nullptr ? NonEmptyStringMember(*metadata, "email").value_or("") : "";
+  return metadata != nullptr ? ShowableOrEmpty(NonEmptyStringMember(*metadata, "email").value_or("")) : "";
 }
 
 // Seconds toward zero, held inside the 64-bit range whatever a token claimed.
@@ -119,19 +122,20 @@ Session CurrentSession() {
 bool HoldsSession(const Session& session) { return !session.access.empty() && !session.refresh.empty(); }
 
 void SetEmail(const std::string& email) {
+  if (!IsShowableText(email)) return;
   UpdateSession([&email](Session& session) { session.email = email; });
 }
 
 std::string SessionPath() { return SupportFile("fcp-session.json"); }
 
 void LoadSession() {
-  std::optional<Json> file = JsonObject(ReadFile(SessionPath()));
+  std::optional<Json> file = JsonObject(ReadStateFile(SessionPath()));
   if (!file) return;
   Session loaded;
   loaded.access = NonEmptyStringMember(*file, "access_token").value_or("");
   loaded.refresh = NonEmptyStringMember(*file, "refresh_token").value_or("");
   if (!HoldsSession(loaded)) return;
-  loaded.email = StringMember(*file, "email").value_or("");
+  loaded.email = ShowableOrEmpty(StringMember(*file, "email").value_or(""));
   if (std::optional<double> expiresAt = NumberMember(*file, "expires_at")) {
     loaded.expiresAt = *expiresAt;
   } else {
@@ -149,7 +153,7 @@ void SaveSession() {
                {"refresh_token", session.refresh},
                {"email", session.email},
                {"expires_at", WholeSeconds(session.expiresAt)}};
-  if (std::error_code error = WritePrivateFile(SessionPath(), Dump(file))) {
+  if (std::error_code error = WriteStateFile(SessionPath(), Dump(file))) {
     SetStatusText(FcpTf("auth.sessionSaveFailed", error.message()), true);
   }
 }

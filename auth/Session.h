@@ -19,6 +19,7 @@ struct Session {
 // A copy of the session as it stands; every field is read at the same moment.
 Session CurrentSession();
 bool HoldsSession(const Session& session);
+// Ignores an e-mail that is not showable.
 void SetEmail(const std::string& email);
 
 std::string SessionPath();

@@ -33,7 +33,7 @@ class PosixHome final : public Home {
 }  // namespace
 
 Home& Home::Default() {
-  static PosixHome home;
+  static auto& home = *new PosixHome;  // see Platform.h: never destroyed
   return home;
 }
 

@@ -24,6 +24,7 @@ struct MaintenanceState {
   std::mutex startMutex;
   bool started = false;
   RepeatingTimer timer;
+  std::atomic<bool> passRunning{false};
   std::atomic<bool> refreshing{false};
   std::atomic<int64_t> lastRefreshStatus{0};
 };
@@ -50,6 +51,15 @@ bool RefreshUnlessRefused() {
   return false;
 }
 
+// The timer's handler: a firing that finds the previous pass still at work is skipped, so a request that hangs
+// never piles passes (and threads) up behind it.
+void RunPassUnlessRunning() {
+  bool idle = false;
+  if (!State().passRunning.compare_exchange_strong(idle, true, std::memory_order_acq_rel)) return;
+  RefreshIfNeeded();
+  State().passRunning.store(false, std::memory_order_release);
+}
+
 void ShowAccountUnlessError() {
   std::string email = CurrentSession().email;
   SetStatusTextUnlessError(email.empty() ? FcpT("auth.signedIn") : email);
@@ -66,12 +76,10 @@ void StartMaintenanceOnce() {
   LoadSession();
   if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);
   AuthSettings settings = CurrentSettings();
-  // Each firing is a task of its own, so a pass stuck on a request never holds up the next firing.
-  auto firePass = [] { RunInBackground(RefreshIfNeeded); };
-  if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, firePass)) {
+  if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, RunPassUnlessRunning)) {
     platform::Log("could not start the session maintenance timer");
   }
-  RunInBackground(RefreshIfNeeded);
+  RunInBackground(RunPassUnlessRunning);
 }
 
 void RefreshIfNeeded() {
@@ -130,6 +138,7 @@ void ResetMaintenanceMemory() {
   MaintenanceState& state = State();
   std::lock_guard lock(state.startMutex);
   state.started = false;
+  state.passRunning.store(false);
   state.refreshing.store(false);
   state.lastRefreshStatus.store(0);
 }

@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(AuthTest, SavesCompactlyWithWholeSecondsForTheOwnerOnly) {
   std::string access = Jwt({{"exp", 1700000100.9}, {"email", "e@x.y"}});
-  ApplyAccessToken(access, "r1", std::nullopt);
+  ApplyAccessToken({access, "r1", std::nullopt, ""}, CurrentLoginGeneration(), FileRule::kReplace);
   EXPECT_EQ(Read("fcp-session.json"),
             Dump({{"access_token", access}, {"email", "e@x.y"}, {"expires_at", 1700000100}, {"refresh_token", "r1"}}));
   struct stat info {};
@@ -85,7 +85,7 @@ TEST_F(AuthTest, SavesCompactlyWithWholeSecondsForTheOwnerOnly) {
 
 TEST_F(AuthTest, FailedSaveIsShownAndTheSessionStaysInMemory) {
   std::filesystem::create_directories(Support("fcp-session.json"));  // a folder where the file should be
-  ApplyAccessToken("a", "r", std::nullopt);
+  ApplyAccessToken({"a", "r", std::nullopt, ""}, CurrentLoginGeneration(), FileRule::kReplace);
   EXPECT_EQ(Status(), "Could not save sign-in state: Is a directory (error)");
   EXPECT_TRUE(FcpAuthHasSession());
 }

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Status.h"
@@ -98,6 +101,39 @@ TEST_F(Maintenance, UnknownEmailIsFetchedWithTheAccessToken) {
   EXPECT_EQ(seen.method + " " + seen.headers["authorization"] + " " + seen.headers["apikey"], "GET Bearer a1 " + kKey);
   EXPECT_EQ((*JsonObject(Read("fcp-session.json")))["email"], "u@x.y");
   EXPECT_EQ(Status(), "u@x.y");
+}
+
+// Another process sharing the file refreshes under the lock beside it, or signs out by deleting it: this one waits
+// for the lock and follows the file instead of presenting a refresh token that is already spent.
+TEST_F(Maintenance, FollowsTheSessionFileThatAnotherProcessWrites) {
+  backend.Answer(kToken, Reply{200, Dump({{"access_token", "a9"}, {"refresh_token", "r9"}})});
+  auto otherProcessRefreshed = [&](const std::string& refresh) {
+    Write("fcp-session.json",
+          Dump({{"access_token", "a"}, {"refresh_token", refresh}, {"expires_at", clock.Now() + 3600}}));
+  };
+  SignedIn(clock.Now() + 10);
+  ASSERT_TRUE(FcpAuthHasSession());
+  otherProcessRefreshed("r2");
+  RefreshIfNeeded();
+  EXPECT_EQ(CurrentSession().refresh, "r2");
+
+  SignedIn(clock.Now() + 3600);
+  RefreshIfNeeded();
+  clock.Advance(3590);
+  int lock = open(Support("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  std::thread pass(RefreshIfNeeded);
+  std::this_thread::sleep_for(200ms);
+  otherProcessRefreshed("r3");
+  close(lock);
+  pass.join();
+  EXPECT_EQ(CurrentSession().refresh, "r3");
+  EXPECT_EQ(Refreshes(), 0u);
+
+  std::filesystem::remove(Support("fcp-session.json"));
+  RefreshIfNeeded();
+  EXPECT_FALSE(FcpAuthSignedIn());
+  EXPECT_EQ(Status(), "Signed out");
 }
 
 TEST_F(Maintenance, ErrorStatusStaysUntilAnExplicitAction) {

@@ -13,18 +13,19 @@ using Bytes = std::array<uint8_t, 16>;
 
 // A flow id is all that guards the relay row holding a fresh session, so ids come from the system's entropy
 // source. Only a system without one falls back to a clock-seeded generator, which still keeps ids distinct.
+// The generators are never destroyed: a heartbeat may still create the install id while the process exits.
 Bytes RandomBytes() {
-  static std::mutex mutex;
+  static auto& mutex = *new std::mutex;
   std::lock_guard lock(mutex);
   Bytes bytes{};
   try {
-    static std::random_device device;
+    static auto& device = *new std::random_device;
     for (size_t i = 0; i < bytes.size(); i += 4) {
       uint32_t word = device();
       for (size_t j = 0; j < 4; ++j) bytes[i + j] = static_cast<uint8_t>(word >> (8 * j));
     }
   } catch (...) {
-    static std::mt19937_64 fallback(
+    static auto& fallback = *new std::mt19937_64(
         static_cast<uint64_t>(std::chrono::high_resolution_clock::now().time_since_epoch().count()));
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(fallback());
   }

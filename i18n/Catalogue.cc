@@ -26,10 +26,11 @@ constexpr CatalogueEntry kCatalogue[] = {
 using CatalogueMap = std::unordered_map<std::string_view, const CatalogueEntry*>;
 
 const CatalogueMap& Entries() {
-  static const CatalogueMap entries = [] {
-    CatalogueMap map;
-    map.reserve(std::size(kCatalogue));
-    for (const CatalogueEntry& entry : kCatalogue) map.emplace(entry.key, &entry);
+  // Never destroyed: status lines are translated on host threads that may still run while the process exits.
+  static const auto& entries = *[] {
+    auto* map = new CatalogueMap;
+    map->reserve(std::size(kCatalogue));
+    for (const CatalogueEntry& entry : kCatalogue) map->emplace(entry.key, &entry);
     return map;
   }();
   return entries;

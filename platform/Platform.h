@@ -5,6 +5,8 @@
 //     Seam<T>::Get(). Nothing above this folder includes an OS header for these services.
 //  2. Tests replace a seam with a fake through ScopedSeam<T>; production code never overrides one.
 //  3. Every method may be called from any thread and never throws.
+//  4. A Default() object is never destroyed: host threads and the library's own may still call it while the host
+//     process exits, after static destructors have run.
 #pragma once
 
 #include <atomic>
@@ -60,7 +62,7 @@ class SystemLog {
 
 // Where the running program's bundle lies. A bare executable is its own folder with no Info and no plug-ins.
 struct BundleLocation {
-  std::string bundlePath;          // the ".app" folder, or the executable's folder
+  std::string bundlePath;          // X of "X/Contents/MacOS/exe", or the executable's folder
   std::string executablePath;      // the running executable, symbolic links resolved
   std::string resourcePath;        // Contents/Resources, or the executable's folder
   std::string builtInPlugInsPath;  // Contents/PlugIns, or empty

@@ -21,6 +21,8 @@ const char* Intern(std::string value) {
 
 }  // namespace
 
+const char* FcpServiceVersion(void) { return ORVISTELLE_VERSION_STRING; }
+
 void FcpServiceMaintain(void) {
   FcpAuthMaintain();
   FcpUpdateMaintain();

@@ -18,6 +18,8 @@
 
 #include <stdbool.h>
 
+#include "orvistelle/Version.h"
+
 #if defined(__GNUC__)
 #define FCP_SERVICE_EXPORT __attribute__((visibility("default")))
 #else
@@ -31,6 +33,10 @@ extern "C" {
 /* Starts the account maintenance (once per process) and an update check (unless one ran in the last six hours or
    one is running). Cheap to repeat: call it at every start of the host's interface. */
 FCP_SERVICE_EXPORT void FcpServiceMaintain(void);
+
+/* The library's own version, "major.minor.patch": ORVISTELLE_VERSION_STRING of the build it came from, which may
+   differ from the headers a host was compiled with. */
+FCP_SERVICE_EXPORT const char* FcpServiceVersion(void);
 
 /* --- Account session --- */
 

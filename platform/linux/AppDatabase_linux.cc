@@ -183,10 +183,10 @@ std::unique_ptr<AppDatabase> MakeXdgAppDatabase(XdgAppDatabaseSettings settings)
 }
 
 AppDatabase& AppDatabase::Default() {
-  static std::unique_ptr<AppDatabase> database =
-      MakeXdgAppDatabase({[](const char* name) -> const char* { return std::getenv(name); },
-                          "/usr/bin/desktop-file-install"});
-  return *database;
+  static auto& database = *MakeXdgAppDatabase({[](const char* name) -> const char* { return std::getenv(name); },
+                                                "/usr/bin/desktop-file-install"})
+                               .release();  // see Platform.h: never destroyed
+  return database;
 }
 
 }  // namespace orvistelle::platform

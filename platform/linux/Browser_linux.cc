@@ -38,7 +38,7 @@ class XdgOpenBrowser final : public Browser {
 }  // namespace
 
 Browser& Browser::Default() {
-  static XdgOpenBrowser browser;
+  static auto& browser = *new XdgOpenBrowser;  // see Platform.h: never destroyed
   return browser;
 }
 

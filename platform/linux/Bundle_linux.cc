@@ -24,9 +24,11 @@ BundleLocation LocateBundle(const std::string& executablePath) {
   fs::path executable(executablePath);
   fs::path macos = executable.parent_path();
   fs::path contents = macos.parent_path();
-  fs::path app = contents.parent_path();
-  if (macos.filename() == "MacOS" && contents.filename() == "Contents" && app.extension() == ".app") {
-    return {app.string(), executable.string(), (contents / "Resources").string(), (contents / "PlugIns").string()};
+  std::error_code error;
+  if (macos.filename() == "MacOS" && contents.filename() == "Contents" &&
+      fs::is_regular_file(contents / "Info.plist", error)) {
+    return {contents.parent_path().string(), executable.string(), (contents / "Resources").string(),
+            (contents / "PlugIns").string()};
   }
   return {macos.string(), executable.string(), macos.string(), ""};
 }
@@ -63,7 +65,7 @@ class ExecutableBundle final : public Bundle {
 }  // namespace
 
 Bundle& Bundle::Default() {
-  static ExecutableBundle bundle;
+  static auto& bundle = *new ExecutableBundle;  // see Platform.h: never destroyed
   return bundle;
 }
 

@@ -31,7 +31,7 @@ class PosixHome final : public Home {
 }  // namespace
 
 Home& Home::Default() {
-  static PosixHome home;
+  static auto& home = *new PosixHome;  // see Platform.h: never destroyed
   return home;
 }
 

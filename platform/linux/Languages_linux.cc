@@ -18,7 +18,7 @@ class LocaleEnvironmentLanguages final : public Languages {
 }  // namespace
 
 Languages& Languages::Default() {
-  static LocaleEnvironmentLanguages languages;
+  static auto& languages = *new LocaleEnvironmentLanguages;  // see Platform.h: never destroyed
   return languages;
 }
 

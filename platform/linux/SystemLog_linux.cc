@@ -26,7 +26,7 @@ class StderrAndSyslog final : public SystemLog {
 }  // namespace
 
 SystemLog& SystemLog::Default() {
-  static StderrAndSyslog log;
+  static auto& log = *new StderrAndSyslog;  // see Platform.h: never destroyed
   return log;
 }
 

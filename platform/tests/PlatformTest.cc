@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -75,13 +76,20 @@ TEST(InfoPlist, RejectsWhatIsNotAPropertyListDictionary) {
   }
 }
 
-TEST(BundleLayout, RecognisesAppBundleShapeOnly) {
-  BundleLocation app = LocateBundle("/opt/X Y.app/Contents/MacOS/exe");
-  EXPECT_EQ(app.bundlePath, "/opt/X Y.app");
-  EXPECT_EQ(app.resourcePath, "/opt/X Y.app/Contents/Resources");
-  EXPECT_EQ(app.builtInPlugInsPath, "/opt/X Y.app/Contents/PlugIns");
-
-  for (const char* bare : {"/usr/bin/exe", "/opt/X/Contents/MacOS/exe", "/opt/X.app/Other/MacOS/exe", "/exe"}) {
+TEST(BundleLayout, AnyFolderWithContentsInfoIsABundle) {
+  testing::TempDir dir;
+  for (const char* bundle : {"X Y.app", "OrvistelleXPC.pluginkit", "E.appex", "S.xpc", "B.bundle", "P.plugin", "Plain"}) {
+    std::filesystem::create_directories(dir.path() / bundle / "Contents/MacOS");
+    std::ofstream(dir.path() / bundle / "Contents/Info.plist") << "<plist><dict/></plist>";
+    BundleLocation found = LocateBundle((dir.path() / bundle / "Contents/MacOS/exe").string());
+    EXPECT_EQ(found.bundlePath, (dir.path() / bundle).string());
+    EXPECT_EQ(found.resourcePath, (dir.path() / bundle / "Contents/Resources").string());
+    EXPECT_EQ(found.builtInPlugInsPath, (dir.path() / bundle / "Contents/PlugIns").string());
+  }
+  // Without an Info.plist beside MacOS, or in another shape, the executable is a bare one.
+  std::filesystem::create_directories(dir.path() / "NoInfo.app/Contents/MacOS");
+  for (std::string bare : {(dir.path() / "NoInfo.app/Contents/MacOS/exe").string(), std::string("/usr/bin/exe"),
+                           (dir.path() / "X Y.app/Contents/exe").string(), std::string("/exe")}) {
     BundleLocation plain = LocateBundle(bare);
     EXPECT_EQ(plain.bundlePath, plain.resourcePath) << bare;
     EXPECT_EQ(plain.builtInPlugInsPath, "") << bare;

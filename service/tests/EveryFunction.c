@@ -31,5 +31,6 @@ const char* CallEveryServiceFunctionFromC(void) {
   if (strcmp(strings[1], "") != 0 || strcmp(strings[2], "") != 0 || strcmp(strings[3], "") != 0) {
     return "e-mail, latest version or notes before they are known";
   }
+  if (strcmp(FcpServiceVersion(), ORVISTELLE_VERSION_STRING) != 0) return "a library version unlike the headers'";
   return "";
 }

@@ -6,6 +6,7 @@
 static const char* Shown(const char* text) { return text != NULL ? text : "(NULL)"; }
 
 int main(void) {
+  printf("version=%s headers=%s\n", Shown(FcpServiceVersion()), ORVISTELLE_VERSION_STRING);
   printf("status=%s error=%d busy=%d\n", Shown(FcpServiceStatus()), FcpServiceStatusIsError(), FcpServiceBusy());
   printf("email=[%s]\n", Shown(FcpServiceEmail()));
   printf("forced=%d soft=%d latest=[%s] notes=[%s]\n", FcpServiceUpdateForced(), FcpServiceUpdateSoftAvailable(),

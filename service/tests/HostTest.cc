@@ -1,0 +1,210 @@
+// The shared library as plug-in hosts meet it: C programs in a fake plug-in bundle (hosts/), run as child processes
+// with a temporary HOME and XDG folders, against the development backend on loopback.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "orvistelle/BuildConfig.h"
+#include "platform/testing/FakePlatform.h"
+#include "tools/devbackend/DevBackend.h"
+
+namespace orvistelle {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+namespace fs = std::filesystem;
+using Milliseconds = std::chrono::milliseconds;
+
+struct HostResult {
+  int exitCode = -1;  // -1 when a signal ended it
+  int signal = 0;
+  std::string output;  // stdout
+  std::string errors;  // stderr: sanitizer reports, aborts
+  std::map<std::string, std::string> Values() const {
+    std::map<std::string, std::string> values;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+      size_t equals = line.find('=');
+      if (equals != std::string::npos) values[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return values;
+  }
+};
+
+std::string ReadWhole(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// Runs argv with exactly the environment given, and SIGKILLs it once `limit` has passed.
+HostResult RunHost(std::vector<std::string> argv, std::vector<std::string> env, Milliseconds limit,
+                   const fs::path& outputDir) {
+  std::vector<char*> args, vars;
+  for (auto& arg : argv) args.push_back(arg.data());
+  for (auto& var : env) vars.push_back(var.data());
+  args.push_back(nullptr);
+  vars.push_back(nullptr);
+  const fs::path out = outputDir / "host.out", err = outputDir / "host.err";
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t child = 0;
+  HostResult result;
+  int spawned = posix_spawn(&child, args[0], &actions, nullptr, args.data(), vars.data());
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) return result;
+  int status = 0;
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  while (waitpid(child, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+      break;
+    }
+    std::this_thread::sleep_for(1ms);
+  }
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  result.output = ReadWhole(out);
+  result.errors = ReadWhole(err);
+  return result;
+}
+
+// How many runs the repeated tests make: few by default, more for a measurement (ORVISTELLE_HOST_RUNS=200).
+int Runs(int fallback) {
+  const char* runs = std::getenv("ORVISTELLE_HOST_RUNS");
+  return runs != nullptr && std::atoi(runs) > 0 ? std::atoi(runs) : fallback;
+}
+
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* folder : {"home", "config", "data", "cache", "state", "out"}) fs::create_directory(dir_ / folder);
+    WriteManifest(R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"1.1.0"}}})");
+    StartBackend(3600);
+  }
+
+  void StartBackend(int accessTokenLifetimeSeconds) {
+    backend_ = std::make_unique<devbackend::DevBackend>(
+        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", accessTokenLifetimeSeconds, nullptr});
+    std::string error;
+    ASSERT_TRUE(backend_->Start(&error)) << error;
+  }
+
+  void WriteManifest(const std::string& text) { std::ofstream(dir_ / "latest.json") << text; }
+
+  // A host process's whole environment: the temporary folders, the backend, a short timer if asked, and the
+  // sanitizer options of this process, never anything else of the caller's.
+  std::vector<std::string> Environment(std::optional<int> timerMs = std::nullopt) const {
+    std::vector<std::string> env = {"HOME=" + (dir_ / "home").string(),
+                                    "XDG_CONFIG_HOME=" + (dir_ / "config").string(),
+                                    "XDG_DATA_HOME=" + (dir_ / "data").string(),
+                                    "XDG_CACHE_HOME=" + (dir_ / "cache").string(),
+                                    "XDG_STATE_HOME=" + (dir_ / "state").string(),
+                                    "PATH=/usr/bin:/bin",
+                                    "LANG=en_US.UTF-8",
+                                    "ORVISTELLE_DEV_BACKEND=" + backend_->BaseURL()};
+    if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+      if (const char* value = std::getenv(name)) env.push_back(std::string(name) + "=" + value);
+    }
+    return env;
+  }
+
+  HostResult Host(std::vector<std::string> args, std::optional<int> timerMs = std::nullopt, Milliseconds limit = 20s) {
+    args.insert(args.begin(), ORVISTELLE_HOST);
+    return RunHost(std::move(args), Environment(timerMs), limit, dir_ / "out");
+  }
+
+  fs::path SupportFile(const std::string& name) const {
+    return dir_ / "home" / "Library/Application Support/Orvistelle" / name;
+  }
+
+  // Signs a user in through the development site's form and writes the session the relay hands out, as the
+  // library saves it.
+  void WriteSignedInSession(const std::string& email = "host@example.org") {
+    httplib::Client client("127.0.0.1", backend_->Port());
+    const std::string flow = "0b7c2a34-6d1e-4f4a-9a53-1c2d3e4f5a6b";
+    auto signIn = client.Post("/site/sign-in", httplib::Params{{"email", email}, {"password", "host"}, {"flowId", flow}});
+    ASSERT_TRUE(signIn && signIn->status == 200);
+    auto relay = client.Get("/rest/v1/auth_relay?id=eq." + flow + "&select=session_payload",
+                            {{"apikey", config::kPublicApiKey}});
+    ASSERT_TRUE(relay && relay->status == 200);
+    const json payload = json::parse(relay->body).at(0).at("session_payload");
+    fs::create_directories(SupportFile("").parent_path());
+    std::ofstream(SupportFile("fcp-session.json")) << json{{"access_token", payload["access_token"]},
+                                                          {"refresh_token", payload["refresh_token"]},
+                                                          {"email", email},
+                                                          {"expires_at", payload["expires_at"]}}
+                                                          .dump();
+  }
+
+  platform::testing::TempDir temp_;
+  const fs::path dir_ = temp_.path();
+  std::unique_ptr<devbackend::DevBackend> backend_;
+};
+
+TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
+  WriteSignedInSession();
+  HostResult host = Host({"report"});
+  ASSERT_EQ(host.exitCode, 0) << host.errors;
+  auto values = host.Values();
+  EXPECT_EQ(values["latest"], "1.3.0");
+  EXPECT_EQ(values["session"], "1");
+  EXPECT_EQ(values["email"], "host@example.org");
+  // The bundle says 1.2.0: above "force_below" 1.1.0, below "version" 1.3.0.
+  EXPECT_EQ(values["forced"], "0");
+  EXPECT_EQ(values["soft"], "1");
+  EXPECT_EQ(values["version"], config::kVersion);
+  EXPECT_EQ(values["headers"], config::kVersion);
+}
+
+// A host quits at any moment while its own threads read state and the library's threads work: with the usual timer,
+// and with one firing every millisecond.
+TEST_F(HostTest, ExitsAtAnyMomentWithoutAnAbort) {
+  std::mt19937 random(std::random_device{}());
+  for (std::optional<int> timerMs : {std::optional<int>(), std::optional<int>(1)}) {
+    const int runs = Runs(8);
+    int failed = 0;
+    std::string firstErrors;
+    for (int run = 0; run < runs; ++run) {
+      HostResult host = Host({"exit-race", std::to_string(random() % 20000)}, timerMs);
+      if (host.exitCode == 0) continue;
+      if (failed++ == 0) firstErrors = host.errors;
+    }
+    std::cout << "timer " << timerMs.value_or(30000) << " ms: " << failed << " of " << runs << " exits failed\n";
+    EXPECT_EQ(failed, 0) << firstErrors.substr(firstErrors.size() - std::min<size_t>(firstErrors.size(), 2000));
+  }
+}
+
+// A host that unloads the library after starting it, loads it again and unloads it again, then lives on past several
+// firings of the maintenance timer.
+TEST_F(HostTest, UnloadingAfterMaintainIsSafe) {
+  HostResult loader =
+      RunHost({ORVISTELLE_LOADER, ORVISTELLE_SERVICE_LIBRARY, "300"}, Environment(20), 20s, dir_ / "out");
+  EXPECT_EQ(loader.exitCode, 0) << loader.errors.substr(0, 2000);
+  EXPECT_EQ(loader.output, "survived\n");
+}
+
+}  // namespace
+}  // namespace orvistelle

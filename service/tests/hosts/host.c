@@ -1,0 +1,99 @@
+/* A plug-in host as the harness runs it: linked to liborvistelle-service.so, living in a fake plug-in bundle, and
+   driven by its first argument. Every mode prints what it saw as "key=value" lines on stdout. */
+#define _GNU_SOURCE
+#include <pthread.h>
+#include <pwd.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "orvistelle/FcpService.h"
+
+/* The library asks the user database for the home directory before $HOME. This host answers that the database has
+   no entry, so every state file lands under the temporary HOME its test gives it, never in the real home. */
+int getpwuid_r(uid_t uid, struct passwd* entry, char* buffer, size_t size, struct passwd** result) {
+  (void)uid, (void)entry, (void)buffer, (void)size;
+  *result = NULL;
+  return 0;
+}
+
+static void SleepMs(long ms) {
+  struct timespec pause = {ms / 1000, (ms % 1000) * 1000000L};
+  nanosleep(&pause, NULL);
+}
+
+static long Argument(int argc, char** argv, int index, long fallback) {
+  return argc > index ? strtol(argv[index], NULL, 10) : fallback;
+}
+
+static void Report(void) {
+  printf("version=%s\nheaders=%s\n", FcpServiceVersion(), ORVISTELLE_VERSION_STRING);
+  printf("forced=%d\nsoft=%d\nlatest=%s\nstatus=%s\nerror=%d\nemail=%s\nsession=%d\n", FcpServiceUpdateForced(),
+         FcpServiceUpdateSoftAvailable(), FcpServiceUpdateLatestVersion(), FcpServiceStatus(),
+         FcpServiceStatusIsError(), FcpServiceEmail(), FcpServiceHasSession());
+  fflush(stdout);
+}
+
+/* report [limit ms]: starts the services, waits for the first manifest (or the limit) and reports. */
+static int ReportMode(int argc, char** argv) {
+  long limit = Argument(argc, argv, 2, 5000);
+  FcpServiceMaintain();
+  for (long waited = 0; FcpServiceUpdateLatestVersion()[0] == '\0' && waited < limit; waited += 5) SleepMs(5);
+  Report();
+  return 0;
+}
+
+/* run <ms>: starts the services, lets them work for that long and reports; the harness may kill it meanwhile. */
+static int RunMode(int argc, char** argv) {
+  FcpServiceMaintain();
+  SleepMs(Argument(argc, argv, 2, 1000));
+  Report();
+  return 0;
+}
+
+static void* ReadStateForever(void* unused) {
+  (void)unused;
+  for (;;) {
+    FcpServiceHasSession();
+    FcpServiceStatus();
+    FcpServiceEmail();
+    FcpServiceUpdateForced();
+    FcpServiceUpdateSoftAvailable();
+    FcpServiceUpdateLatestVersion();
+  }
+  return NULL;
+}
+
+/* exit-race <µs>: threads of the host keep reading state while main returns that long after starting the services,
+   as a host that quits at any moment does. */
+static int ExitRaceMode(int argc, char** argv) {
+  long micros = Argument(argc, argv, 2, 0);
+  for (int i = 0; i < 4; ++i) {
+    pthread_t reader;
+    if (pthread_create(&reader, NULL, ReadStateForever, NULL) == 0) pthread_detach(reader);
+  }
+  FcpServiceMaintain();
+  struct timespec pause = {micros / 1000000, (micros % 1000000) * 1000L};
+  nanosleep(&pause, NULL);
+  puts("exiting");
+  fflush(stdout);
+  return 0;
+}
+
+static const struct {
+  const char* name;
+  int (*run)(int argc, char** argv);
+} kModes[] = {
+    {"report", ReportMode},
+    {"run", RunMode},
+    {"exit-race", ExitRaceMode},
+};
+
+int main(int argc, char** argv) {
+  for (size_t i = 0; argc > 1 && i < sizeof kModes / sizeof kModes[0]; ++i) {
+    if (strcmp(argv[1], kModes[i].name) == 0) return kModes[i].run(argc, argv);
+  }
+  fprintf(stderr, "usage: %s report|run|exit-race [number]\n", argv[0]);
+  return 2;
+}

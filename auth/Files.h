@@ -1,10 +1,10 @@
 // The per-user support directory and the small state files in it.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
+
+#include "platform/StateFile.h"
 
 namespace orvistelle::auth {
 
@@ -16,12 +16,9 @@ void EnsureDir();
 // The file name joined to the support directory.
 std::string SupportFile(std::string_view name);
 
-// The whole file; nothing when it cannot be read.
-std::optional<std::string> ReadFile(const std::string& path);
-// Replaces the file in place, creating it readable and writable by its owner alone.
-std::error_code WritePrivateFile(const std::string& path, std::string_view contents);
-// Writes a temporary file beside the target and renames it over the target, so readers see old or new, whole.
-bool WriteFileAtomically(const std::string& path, std::string_view contents);
+// Every state file is read and replaced whole through these, never through a stream.
+using platform::ReadStateFile;
+using platform::WriteStateFile;
 void RemoveFile(const std::string& path);
 
 // Without leading and trailing spaces, tabs and line breaks.

@@ -20,10 +20,10 @@ namespace {
 std::atomic<bool> gReporting{false};
 
 std::string InstallId() {
-  std::string id = Trimmed(ReadFile(InstallIdPath()).value_or(""));
+  std::string id = Trimmed(ReadStateFile(InstallIdPath()).value_or(""));
   if (!id.empty()) return id;
   id = NewLowercaseUUID();
-  WriteFileAtomically(InstallIdPath(), id);  // should this fail, the next attempt makes another id
+  WriteStateFile(InstallIdPath(), id);  // should this fail, the next attempt makes another id
   return id;
 }
 
@@ -48,7 +48,7 @@ void SendHeartbeat(const std::string& body, const std::string& day) {
   Http("POST", CurrentSettings().apiBaseURL + "/console/v1/plugin/heartbeat", "", body, "", &status);
   if (status == 200) {
     EnsureDir();
-    WriteFileAtomically(HeartbeatDayPath(), day);  // should this fail, the next pass reports again
+    WriteStateFile(HeartbeatDayPath(), day);  // should this fail, the next pass reports again
   } else {
     platform::Log("heartbeat failed (" + std::to_string(status) + ")");
   }
@@ -73,7 +73,7 @@ std::string UtcDay(double seconds) {
 
 void ReportHeartbeatIfNeeded() {
   std::string today = UtcDay(platform::Seam<platform::Clock>::Get().Now());
-  if (Trimmed(ReadFile(HeartbeatDayPath()).value_or("")) == today) return;
+  if (Trimmed(ReadStateFile(HeartbeatDayPath()).value_or("")) == today) return;
   bool idle = false;
   if (!gReporting.compare_exchange_strong(idle, true)) return;
   EnsureDir();

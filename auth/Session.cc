@@ -122,7 +122,7 @@ int64_t WholeSeconds(double seconds) {
 }
 
 std::optional<Session> ReadSessionFile() {
-  std::optional<Json> file = JsonObject(ReadFile(SessionPath()));
+  std::optional<Json> file = JsonObject(ReadStateFile(SessionPath()));
   if (!file) return std::nullopt;
   Session loaded;
   loaded.access = NonEmptyStringMember(*file, "access_token").value_or("");
@@ -160,7 +160,7 @@ std::error_code SaveLocked(FileRule rule) {
                {"refresh_token", session.refresh},
                {"email", session.email},
                {"expires_at", WholeSeconds(session.expiresAt)}};
-  std::error_code error = WritePrivateFile(SessionPath(), Dump(file));
+  std::error_code error = WriteStateFile(SessionPath(), Dump(file));
   if (!error) state.filedRefresh = session.refresh;
   return error;
 }

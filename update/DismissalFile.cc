@@ -2,11 +2,10 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "platform/Platform.h"
+#include "platform/StateFile.h"
 
 namespace orvistelle::update {
 namespace fs = std::filesystem;
@@ -22,11 +21,9 @@ std::string SupportDir() {
 std::string DismissPath() { return (fs::path(SupportDir()) / "fcp-update-dismiss.json").string(); }
 
 std::optional<Dismissal> LoadDismissal() {
-  std::ifstream file(DismissPath(), std::ios::binary);
-  if (!file) return std::nullopt;
-  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (file.bad()) return std::nullopt;
-  json record = json::parse(text, nullptr, /*allow_exceptions=*/false);
+  std::optional<std::string> text = platform::ReadStateFile(DismissPath());
+  if (!text) return std::nullopt;
+  json record = json::parse(*text, nullptr, /*allow_exceptions=*/false);
   if (!record.is_object()) return std::nullopt;
   Dismissal dismissal;
   auto version = record.find("version");
@@ -40,8 +37,7 @@ void SaveDismissal(const Dismissal& dismissal) {
   std::error_code ignored;
   fs::create_directories(SupportDir(), ignored);
   json record = {{"version", dismissal.version}, {"until", static_cast<int64_t>(dismissal.until)}};
-  std::ofstream file(DismissPath(), std::ios::binary | std::ios::trunc);
-  file << record.dump(-1, ' ', false, json::error_handler_t::replace);
+  platform::WriteStateFile(DismissPath(), record.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 }  // namespace orvistelle::update

@@ -16,10 +16,11 @@ struct Dismissal {
 std::string SupportDir();
 std::string DismissPath();
 
-// Nothing when the file is missing, unreadable or holds no JSON object. A value of the wrong type reads as "" or 0.
+// Nothing when the file is missing, unreadable, not a regular file of at most 64 KiB, or holds no JSON object. A
+// value of the wrong type reads as "" or 0.
 std::optional<Dismissal> LoadDismissal();
 
-// Creates the directory and rewrites the file in place ("until" in whole seconds); failures are ignored, since the
+// Creates the directory and replaces the file whole ("until" in whole seconds); failures are ignored, since the
 // dismissal still holds in memory for this run.
 void SaveDismissal(const Dismissal& dismissal);
 

@@ -131,16 +131,18 @@ TEST_F(FaultSessionStore, ReadOnlySupportFolder) {
   EXPECT_EQ(fault::Snapshot(home.path()), before);
 }
 
-// The session file is rewritten in place by design, so only the status tells of the failure; the heartbeat's
-// files go through a temporary file and keep their previous contents whole.
+// Every state file goes through a temporary file: a full disk leaves the previous session and day whole, and no
+// temporary file behind.
 TEST_F(FaultSessionStore, FullDisk) {
+  Write("fcp-session.json", kSession);
   Write("fcp-heartbeat-day.txt", "2023-11-13");
   std::optional<std::string> outcome = fault::WithFileSizeLimit(8, [this] {
     SignIn();
-    return Outcome() + (WriteFileAtomically(HeartbeatDayPath(), "2023-11-14") ? ", day written" : "");
+    return Outcome() + (WriteStateFile(HeartbeatDayPath(), "2023-11-14") ? "" : ", day written");
   });
   ASSERT_TRUE(outcome);
   EXPECT_EQ(*outcome, "Could not save sign-in state: " + std::string(std::strerror(EFBIG)) + " (error), signed in");
+  EXPECT_EQ(Read("fcp-session.json"), kSession);
   EXPECT_EQ(Read("fcp-heartbeat-day.txt"), "2023-11-13");
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(SupportDir())) names.push_back(entry.path().filename());

@@ -1,6 +1,7 @@
 // The shared library as plug-in hosts meet it: C programs in a fake plug-in bundle (hosts/), run as child processes
 // with a temporary HOME and XDG folders, against the development backend on loopback.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -12,9 +13,11 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <random>
@@ -142,27 +145,37 @@ class HostTest : public ::testing::Test {
   }
 
   // Signs a user in through the development site's form and writes the session the relay hands out, as the
-  // library saves it.
-  void WriteSignedInSession(const std::string& email = "host@example.org") {
+  // library saves it (without the e-mail when it is empty, so that the first pass fetches it and saves).
+  json SignedInSession(const std::string& email = "host@example.org") {
     httplib::Client client("127.0.0.1", backend_->Port());
-    const std::string flow = "0b7c2a34-6d1e-4f4a-9a53-1c2d3e4f5a6b";
+    char flow[40];
+    std::snprintf(flow, sizeof flow, "0b7c2a34-6d1e-4f4a-9a53-%012x", ++flows_);
     auto signIn = client.Post("/site/sign-in", httplib::Params{{"email", email}, {"password", "host"}, {"flowId", flow}});
-    ASSERT_TRUE(signIn && signIn->status == 200);
-    auto relay = client.Get("/rest/v1/auth_relay?id=eq." + flow + "&select=session_payload",
+    auto relay = client.Get(std::string("/rest/v1/auth_relay?id=eq.") + flow + "&select=session_payload",
                             {{"apikey", config::kPublicApiKey}});
-    ASSERT_TRUE(relay && relay->status == 200);
+    EXPECT_TRUE(signIn && signIn->status == 200 && relay && relay->status == 200);
+    if (!relay || relay->status != 200) return json::object();
     const json payload = json::parse(relay->body).at(0).at("session_payload");
+    return {{"access_token", payload["access_token"]}, {"refresh_token", payload["refresh_token"]},
+            {"email", ""}, {"expires_at", payload["expires_at"]}};
+  }
+
+  void WriteSignedInSession() { WriteState("fcp-session.json", SignedInSession().dump()); }
+
+  void WriteState(const std::string& name, const std::string& text, const fs::path& at = {}) {
     fs::create_directories(SupportFile("").parent_path());
-    std::ofstream(SupportFile("fcp-session.json")) << json{{"access_token", payload["access_token"]},
-                                                          {"refresh_token", payload["refresh_token"]},
-                                                          {"email", email},
-                                                          {"expires_at", payload["expires_at"]}}
-                                                          .dump();
+    std::ofstream(at.empty() ? SupportFile(name) : at) << text;
+  }
+
+  json ReadState(const std::string& name) const {
+    json state = json::parse(ReadWhole(SupportFile(name)), nullptr, false);
+    return state.is_object() ? state : json::object();
   }
 
   platform::testing::TempDir temp_;
   const fs::path dir_ = temp_.path();
   std::unique_ptr<devbackend::DevBackend> backend_;
+  unsigned flows_ = 0;
 };
 
 TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
@@ -172,7 +185,7 @@ TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
   auto values = host.Values();
   EXPECT_EQ(values["latest"], "1.3.0");
   EXPECT_EQ(values["session"], "1");
-  EXPECT_EQ(values["email"], "host@example.org");
+  EXPECT_EQ(values["email"], "host@example.org");  // fetched by the first pass
   // The bundle says 1.2.0: above "force_below" 1.1.0, below "version" 1.3.0.
   EXPECT_EQ(values["forced"], "0");
   EXPECT_EQ(values["soft"], "1");
@@ -242,6 +255,106 @@ TEST_F(HostTest, TwoHostsSharingASessionNeverPresentASpentRefreshToken) {
   std::cout << "two hosts, 3 s: " << refreshes << " refreshes, " << signOuts << " sign-outs\n";
   EXPECT_EQ(signOuts, 0);
   EXPECT_GE(refreshes, 4);
+}
+
+// Whatever lies at a state path, the host starts, reports and exits at once, as if no file were there.
+TEST_F(HostTest, HostileObjectsAtStatePathsReadAsAbsent) {
+  const std::string oversized = json{{"access_token", "a"}, {"refresh_token", "r"}, {"email", "big@example.org"},
+                                     {"expires_at", 4e9}, {"padding", std::string(64 * 1024, ' ')}}.dump();
+  const struct {
+    const char* object;
+    const char* file;
+    std::function<void(const fs::path&)> make;
+  } rows[] = {
+      {"directory", "fcp-update-dismiss.json", [](const fs::path& at) { fs::create_directory(at); }},
+      {"directory", "fcp-session.json", [](const fs::path& at) { fs::create_directory(at); }},
+      {"FIFO", "fcp-update-dismiss.json", [](const fs::path& at) { mkfifo(at.c_str(), 0600); }},
+      {"FIFO", "fcp-session.json", [](const fs::path& at) { mkfifo(at.c_str(), 0600); }},
+      {"link to /dev/zero", "fcp-session.json", [](const fs::path& at) { fs::create_symlink("/dev/zero", at); }},
+      {"file over 64 KiB", "fcp-session.json", [&](const fs::path& at) { std::ofstream(at) << oversized; }},
+  };
+  for (const auto& row : rows) {
+    fs::remove_all(dir_ / "home" / "Library");
+    fs::create_directories(SupportFile("").parent_path());
+    row.make(SupportFile(row.file));
+    HostResult host = Host({"report"}, std::nullopt, 10s);
+    EXPECT_EQ(host.exitCode, 0) << row.object << " at " << row.file << ": " << host.errors.substr(0, 2000);
+    EXPECT_EQ(host.Values()["session"], "0") << row.object << " at " << row.file;
+    EXPECT_EQ(host.Values()["latest"], "1.3.0") << row.object << " at " << row.file;
+  }
+}
+
+// A save replaces the file with a private one: an earlier file readable by others, or a symbolic link that leads
+// elsewhere, does not survive it, and the link's target stays untouched.
+TEST_F(HostTest, SavesReplaceTheStateFileWithAPrivateOne) {
+  const fs::path outside = dir_ / "outside.json";
+  const struct {
+    std::vector<std::string> args;
+    const char* file;
+    bool linked;  // the path is a link to `outside`, else a file readable by all
+    const char* key;
+    const char* saved;
+  } rows[] = {
+      {{"run", "1500"}, "fcp-session.json", false, "email", "host@example.org"},
+      {{"run", "1500"}, "fcp-session.json", true, "email", "host@example.org"},
+      {{"dismiss"}, "fcp-update-dismiss.json", false, "version", "1.3.0"},
+      {{"dismiss"}, "fcp-update-dismiss.json", true, "version", "1.3.0"},
+  };
+  for (const auto& row : rows) {
+    fs::remove_all(dir_ / "home" / "Library");
+    const std::string before = row.args[0] == "run" ? SignedInSession().dump() : R"({"version":"0.9.0"})";
+    WriteState(row.file, before, row.linked ? outside : fs::path());
+    if (row.linked) fs::create_symlink(outside, SupportFile(row.file));
+    chmod((row.linked ? outside : fs::path(SupportFile(row.file))).c_str(), 0644);
+    HostResult host = Host(row.args);
+    ASSERT_EQ(host.exitCode, 0) << host.errors;
+    struct stat info {};
+    ASSERT_EQ(lstat(SupportFile(row.file).c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode)) << row.file << (row.linked ? " linked" : "");
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << row.file << (row.linked ? " linked" : "");
+    EXPECT_EQ(ReadState(row.file)[row.key], row.saved) << row.file << (row.linked ? " linked" : "");
+    if (row.linked) {
+      EXPECT_EQ(ReadWhole(outside), before) << row.file;
+    }
+  }
+}
+
+// Kills a host at random moments while every maintenance pass refreshes the session and saves it: the file left
+// behind always holds a whole session.
+TEST_F(HostTest, AKillDuringSavesLeavesAWholeSession) {
+  StartBackend(30);  // tokens this short are renewed at every pass
+  std::mt19937 random(std::random_device{}());
+  const int kills = Runs(10);
+  int broken = 0, missing = 0;
+  for (int kill = 0; kill < kills; ++kill) {
+    WriteSignedInSession();
+    HostResult host = Host({"run", "10000"}, 1, Milliseconds(100 + random() % 300));
+    EXPECT_EQ(host.signal, SIGKILL) << host.errors.substr(0, 2000);
+    if (!fs::exists(SupportFile("fcp-session.json"))) {
+      ++missing;
+    } else if (json saved = ReadState("fcp-session.json");
+               !saved["access_token"].is_string() || saved["access_token"].empty() ||
+               !saved["refresh_token"].is_string() || saved["refresh_token"].empty()) {
+      ++broken;
+    }
+  }
+  auto temporaries = [this] {
+    std::vector<fs::path> found;
+    for (const auto& entry : fs::directory_iterator(SupportFile("").parent_path())) {
+      if (entry.path().filename().string().starts_with(".fcp-session.json.")) found.push_back(entry.path());
+    }
+    return found;
+  };
+  std::cout << kills << " kills: " << broken << " broken and " << missing << " missing session files, "
+            << temporaries().size() << " temporary files left\n";
+  // The next save clears what the kills left, once it is old enough not to be another process's save under way.
+  WriteState(".fcp-session.json.stale1", "{");
+  for (const fs::path& temporary : temporaries()) fs::last_write_time(temporary, fs::file_time_type::clock::now() - 2min);
+  WriteState(".fcp-session.json.young1", "{");
+  WriteSignedInSession();
+  Host({"run", "500"}, 1);
+  EXPECT_EQ(temporaries(), std::vector<fs::path>{SupportFile(".fcp-session.json.young1")});
+  EXPECT_EQ(broken + missing, 0);
 }
 
 }  // namespace

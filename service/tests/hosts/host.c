@@ -35,11 +35,29 @@ static void Report(void) {
   fflush(stdout);
 }
 
-/* report [limit ms]: starts the services, waits for the first manifest (or the limit) and reports. */
+/* Waits until the services have settled (the first manifest is in, a held session's e-mail is known) or the limit
+   has passed. */
+static void Settle(long limit) {
+  for (long waited = 0; waited < limit; waited += 5) {
+    bool emailDue = FcpServiceHasSession() && FcpServiceEmail()[0] == '\0';
+    if (FcpServiceUpdateLatestVersion()[0] != '\0' && !emailDue) return;
+    SleepMs(5);
+  }
+}
+
+/* report [limit ms]: starts the services, lets them settle and reports. */
 static int ReportMode(int argc, char** argv) {
-  long limit = Argument(argc, argv, 2, 5000);
   FcpServiceMaintain();
-  for (long waited = 0; FcpServiceUpdateLatestVersion()[0] == '\0' && waited < limit; waited += 5) SleepMs(5);
+  Settle(Argument(argc, argv, 2, 5000));
+  Report();
+  return 0;
+}
+
+/* dismiss [limit ms]: as report, putting the offered update off before reporting. */
+static int DismissMode(int argc, char** argv) {
+  FcpServiceMaintain();
+  Settle(Argument(argc, argv, 2, 5000));
+  FcpServiceUpdateDismissSoft();
   Report();
   return 0;
 }
@@ -86,6 +104,7 @@ static const struct {
   int (*run)(int argc, char** argv);
 } kModes[] = {
     {"report", ReportMode},
+    {"dismiss", DismissMode},
     {"run", RunMode},
     {"exit-race", ExitRaceMode},
 };
@@ -94,6 +113,6 @@ int main(int argc, char** argv) {
   for (size_t i = 0; argc > 1 && i < sizeof kModes / sizeof kModes[0]; ++i) {
     if (strcmp(argv[1], kModes[i].name) == 0) return kModes[i].run(argc, argv);
   }
-  fprintf(stderr, "usage: %s report|run|exit-race [number]\n", argv[0]);
+  fprintf(stderr, "usage: %s report|dismiss|run|exit-race [number]\n", argv[0]);
   return 2;
 }

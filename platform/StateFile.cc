@@ -1,0 +1,123 @@
+#include "platform/StateFile.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+
+namespace orvistelle::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::error_code LastError() { return {errno, std::generic_category()}; }
+
+// Closes the descriptor when it goes out of scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  // Closes now, so that a failure to write back can be reported.
+  std::error_code Close() {
+    int fd = fd_;
+    fd_ = -1;
+    return ::close(fd) == 0 ? std::error_code() : LastError();
+  }
+
+ private:
+  int fd_;
+};
+
+std::error_code WriteAll(int fd, std::string_view contents) {
+  while (!contents.empty()) {
+    ssize_t written = ::write(fd, contents.data(), contents.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return LastError();
+    contents.remove_prefix(static_cast<size_t>(written));
+  }
+  return {};
+}
+
+// Reads up to one byte past the limit, so that a file over it is told from one exactly at it.
+std::optional<std::string> ReadBounded(int fd) {
+  std::string contents(kStateFileLimit + 1, '\0');
+  size_t filled = 0;
+  while (filled < contents.size()) {
+    ssize_t count = ::read(fd, contents.data() + filled, contents.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    filled += static_cast<size_t>(count);
+  }
+  if (filled > kStateFileLimit) return std::nullopt;
+  contents.resize(filled);
+  return contents;
+}
+
+// The new contents in a fresh, private file beside the target, flushed to the disk; its path, or the error.
+std::error_code WriteTemporary(const fs::path& target, std::string_view contents, std::string* temporary) {
+  std::string pattern = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  Descriptor file(::mkostemp(pattern.data(), O_CLOEXEC | O_NOFOLLOW));  // with O_CREAT | O_EXCL, mode 0600
+  if (file.get() < 0) return LastError();
+  *temporary = pattern;
+  if (std::error_code error = WriteAll(file.get(), contents)) return error;
+  if (::fsync(file.get()) != 0) return LastError();
+  return file.Close();
+}
+
+// A process killed between creating its temporary file and renaming it leaves that file behind. The next save of the
+// same file removes those old enough not to belong to a save still under way in another process.
+void RemoveStaleTemporaries(const fs::path& target) {
+  constexpr auto kStaleAfter = std::chrono::minutes(1);
+  const std::string prefix = "." + target.filename().string() + ".";
+  const auto now = fs::file_time_type::clock::now();
+  std::error_code error;
+  for (fs::directory_iterator entry(target.parent_path(), error), end; !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (name.size() != prefix.size() + 6 || !name.starts_with(prefix)) continue;
+    std::error_code ignored;
+    const auto written = fs::last_write_time(entry->path(), ignored);
+    if (!ignored && now - written > kStaleAfter) fs::remove(entry->path(), ignored);
+  }
+}
+
+// So that the rename itself survives a power cut; a failure here costs only that.
+void FlushFolder(const fs::path& folder) {
+  Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() >= 0) ::fsync(directory.get());
+}
+
+}  // namespace
+
+std::optional<std::string> ReadStateFile(const std::string& path) {
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat info {};
+  if (file.get() < 0 || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+  if (info.st_size > static_cast<off_t>(kStateFileLimit)) return std::nullopt;
+  return ReadBounded(file.get());
+}
+
+std::error_code WriteStateFile(const std::string& path, std::string_view contents) {
+  fs::path target(path);
+  std::string temporary;
+  std::error_code error = WriteTemporary(target, contents, &temporary);
+  if (!error && ::rename(temporary.c_str(), path.c_str()) != 0) error = LastError();
+  if (error) {
+    if (!temporary.empty()) ::unlink(temporary.c_str());
+    return error;
+  }
+  FlushFolder(target.parent_path());
+  RemoveStaleTemporaries(target);
+  return {};
+}
+
+}  // namespace orvistelle::platform

@@ -191,6 +191,10 @@ TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
   EXPECT_EQ(values["soft"], "1");
   EXPECT_EQ(values["version"], config::kVersion);
   EXPECT_EQ(values["headers"], config::kVersion);
+  // The backend's log of the manifest fetch names the host, its bundle's build and the library.
+  auto page = httplib::Client("127.0.0.1", backend_->Port()).Get("/dev");
+  const std::string userAgent = std::string("orvistelle-host/120 orvistelle/") + config::kVersion + " (Linux)";
+  EXPECT_NE(page->body.find(userAgent), std::string::npos) << userAgent;
 }
 
 // A host quits at any moment while its own threads read state and the library's threads work: with the usual timer,

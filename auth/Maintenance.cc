@@ -1,7 +1,10 @@
 #include "auth/Maintenance.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
 #include <mutex>
+#include <thread>
 
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
@@ -72,6 +75,19 @@ bool RefreshUnlessRefused() {
   return kept;
 }
 
+// A host that quits between the backend's rotating the refresh token and the save of its successor would leave the
+// spent token in the file, and the next process to refresh would present it and lose the session. So exiting waits
+// a little for a refresh under way to be saved, and keeps the flag, so that no timer firing during the exit starts
+// another.
+void WaitForRefreshUnderWay() {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  for (bool idle = false; !State().refreshing.compare_exchange_strong(idle, true, std::memory_order_acq_rel);
+       idle = false) {
+    if (std::chrono::steady_clock::now() >= deadline) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
 // The timer's handler: a firing that finds the previous pass still at work is skipped, so a request that hangs
 // never piles passes (and threads) up behind it.
 void RunPassUnlessRunning() {
@@ -93,6 +109,8 @@ void StartMaintenanceOnce() {
   std::lock_guard lock(state.startMutex);
   if (state.started) return;
   state.started = true;
+  static std::once_flag exitHandler;
+  std::call_once(exitHandler, [] { std::atexit(WaitForRefreshUnderWay); });
   FcpI18nApplyHostLocale();
   LoadSession();
   if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);

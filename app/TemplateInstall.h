@@ -19,7 +19,9 @@ inline constexpr char kPosixErrorDomain[] = "POSIX";
 // was at `destination` (folder, file or symbolic link) aside, moves the copy in and removes the old one. The parent
 // folders are created as needed. Symbolic links inside the source are copied as links, and removal never follows a
 // link: a link in the old template that points elsewhere loses only the link. On failure the destination holds what
-// it held before, `error` (when given) says why, and no temporary folder is left behind.
+// it held before, `error` (when given) says why, and no temporary folder is left behind. Hidden folders that an
+// earlier, killed call left beside `destination` are removed. The copy keeps the modes of the source, its top
+// folder included.
 bool ReplaceWithCopy(const std::string& source, const std::string& destination, InstallError* error);
 
 }  // namespace orvistelle::shell

@@ -108,10 +108,13 @@ double ExpiryClaim(const Json& claims) {
   return 0;
 }
 
+// An e-mail that could not be shown is not kept either: it reads as unknown.
+std::string ShowableOrEmpty(const std::string& email) { return IsShowableText(email) ? email : ""; }
+
 std::string EmailClaim(const Json& claims) {
-  if (std::optional<std::string> email = NonEmptyStringMember(claims, "email")) return *email;
+  if (std::optional<std::string> email = NonEmptyStringMember(claims, "email")) return ShowableOrEmpty(*email);
   const Json* metadata = ObjectMember(claims, "user_metadata");
-  return metadata != nullptr ? NonEmptyStringMember(*metadata, "email").value_or("") : "";
+  return metadata != nullptr ? ShowableOrEmpty(NonEmptyStringMember(*metadata, "email").value_or("")) : "";
 }
 
 // Seconds toward zero, held inside the 64-bit range whatever a token claimed.
@@ -128,7 +131,7 @@ std::optional<Session> ReadSessionFile() {
   loaded.access = NonEmptyStringMember(*file, "access_token").value_or("");
   loaded.refresh = NonEmptyStringMember(*file, "refresh_token").value_or("");
   if (!HoldsSession(loaded)) return std::nullopt;
-  loaded.email = StringMember(*file, "email").value_or("");
+  loaded.email = ShowableOrEmpty(StringMember(*file, "email").value_or(""));
   if (std::optional<double> expiresAt = NumberMember(*file, "expires_at")) {
     loaded.expiresAt = *expiresAt;
   } else {
@@ -198,7 +201,7 @@ void SaveEmail(const std::string& email, uint32_t generation) {
   std::error_code error;
   {
     std::lock_guard lock(State().mutex);
-    if (State().generation.load() != generation) return;
+    if (State().generation.load() != generation || !IsShowableText(email)) return;
     State().session.email = email;
     error = SaveLocked(FileRule::kOnlyIfUnchanged);
   }
@@ -247,7 +250,7 @@ bool ApplyAccessToken(const IssuedTokens& tokens, uint32_t generation, FileRule 
     if (!tokens.refresh.empty()) session.refresh = tokens.refresh;
     if (!claims.email.empty()) {
       session.email = claims.email;
-    } else if (!tokens.email.empty()) {
+    } else if (!tokens.email.empty() && IsShowableText(tokens.email)) {
       session.email = tokens.email;
     }
     if (claims.expiry > 0) {

@@ -29,7 +29,7 @@ struct SessionSnapshot {
 };
 SessionSnapshot SnapshotSession();
 
-// Stores the e-mail and saves, only while `generation` is current.
+// Stores the e-mail and saves, only while `generation` is current; an e-mail that is not showable is ignored.
 void SaveEmail(const std::string& email, uint32_t generation);
 
 std::string SessionPath();

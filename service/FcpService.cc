@@ -1,22 +1,20 @@
 #include "orvistelle/FcpService.h"
 
-#include <mutex>
 #include <string>
-#include <unordered_set>
 
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpUpdate.h"
+#include "service/InternedValues.h"
 
 namespace {
 
-// Hosts may keep a returned pointer for as long as they run, so every distinct value is kept for the life of the
-// process; the set stays small (status lines, versions, one e-mail). Never destroyed, as a host thread may still
-// ask while the process exits. The set's nodes do not move when it grows, so the pointers stay valid.
-const char* Intern(std::string value) {
-  static auto* lock = new std::mutex;
-  static auto* values = new std::unordered_set<std::string>;
-  std::lock_guard guard(*lock);
-  return values->insert(std::move(value)).first->c_str();
+using orvistelle::service::InternedValues;
+
+// One set of values per function, never destroyed: a host thread may still ask while the process exits.
+template <const char* (*Function)()>
+InternedValues& ValuesOf() {
+  static auto& values = *new InternedValues;
+  return values;
 }
 
 }  // namespace
@@ -38,9 +36,9 @@ void FcpServiceLogin(void) {
 
 void FcpServiceLogout(void) { FcpAuthLogout(); }
 bool FcpServiceBusy(void) { return FcpAuthBusy(); }
-const char* FcpServiceStatus(void) { return Intern(FcpAuthStatus()); }
+const char* FcpServiceStatus(void) { return ValuesOf<FcpServiceStatus>().Intern(FcpAuthStatus()); }
 bool FcpServiceStatusIsError(void) { return FcpAuthStatusIsError(); }
-const char* FcpServiceEmail(void) { return Intern(FcpAuthEmail()); }
+const char* FcpServiceEmail(void) { return ValuesOf<FcpServiceEmail>().Intern(FcpAuthEmail()); }
 
 void FcpServiceOpenSignUp(void) { FcpAuthOpenSignup(); }
 void FcpServiceOpenDocs(void) { FcpAuthOpenDocs(); }
@@ -50,7 +48,9 @@ void FcpServiceOpenSite(void) { FcpAuthOpenSite(); }
 
 bool FcpServiceUpdateForced(void) { return FcpUpdateForced(); }
 bool FcpServiceUpdateSoftAvailable(void) { return FcpUpdateSoftAvailable(); }
-const char* FcpServiceUpdateLatestVersion(void) { return Intern(FcpUpdateLatestVersion()); }
-const char* FcpServiceUpdateNotes(void) { return Intern(FcpUpdateNotes()); }
+const char* FcpServiceUpdateLatestVersion(void) {
+  return ValuesOf<FcpServiceUpdateLatestVersion>().Intern(FcpUpdateLatestVersion());
+}
+const char* FcpServiceUpdateNotes(void) { return ValuesOf<FcpServiceUpdateNotes>().Intern(FcpUpdateNotes()); }
 void FcpServiceUpdateDismissSoft(void) { FcpUpdateDismissSoft(); }
 void FcpServiceUpdateOpenDownload(void) { FcpUpdateOpenDownload(); }

@@ -132,19 +132,17 @@ bool IsUrlCharacter(char c) {
   return IsLetter(c) || IsDigit(c) || std::string_view("-._~:/?#[]@!$&'()*+,;=").find(c) != std::string_view::npos;
 }
 
-bool IsScheme(std::string_view scheme) {
-  if (scheme.empty() || !IsLetter(scheme.front())) return false;
-  for (char c : scheme) {
-    if (!IsLetter(c) && !IsDigit(c) && c != '+' && c != '-' && c != '.') return false;
-  }
-  return true;
+bool IsWebScheme(std::string_view scheme) {
+  std::string lower(scheme);
+  for (char& c : lower) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return lower == "http" || lower == "https";
 }
 
-// An absolute URL made only of the characters a URL may hold, with well-formed percent escapes. Anything else is
-// not handed to the browser.
+// An absolute http(s) URL made only of the characters a URL may hold, with well-formed percent escapes. Anything
+// else, a manifest's "file:" or "javascript:" download included, is not handed to the browser.
 bool IsWellFormedURL(std::string_view url) {
   size_t colon = url.find(':');
-  if (colon == std::string_view::npos || !IsScheme(url.substr(0, colon))) return false;
+  if (colon == std::string_view::npos || !IsWebScheme(url.substr(0, colon))) return false;
   for (size_t i = colon + 1; i < url.size(); ++i) {
     if (url[i] != '%') {
       if (!IsUrlCharacter(url[i])) return false;

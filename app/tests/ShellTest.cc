@@ -115,6 +115,28 @@ TEST_F(TemplateInstallTest, ReplacesAFolderWholeAndAFileByTheFolder) {
   EXPECT_TRUE(HiddenSiblings().empty());
 }
 
+// A set-up killed halfway leaves its hidden copies behind; the next one removes them, and only them. The installed
+// folders and files keep the modes that they have in the bundle.
+TEST_F(TemplateInstallTest, RemovesWhatAKilledSetUpLeftAndKeepsTheSourceModes) {
+  SetInstalledTemplate(true);
+  const std::string name = InstalledTemplate().filename().string();
+  const fs::path parent = InstalledTemplate().parent_path();
+  WriteFile(parent / ("." + name + ".new-a1B2c3") / "half.moef", "<oz");
+  WriteFile(parent / ("." + name + ".old-d4E5f6") / "marker.txt", "older");
+  WriteFile(parent / ".unrelated", "someone else's");
+  const struct {
+    fs::path path;
+    fs::perms mode;
+  } modes[] = {{"", fs::perms(0755)}, {"Orvistelle Beauty", fs::perms(0750)},
+               {"Orvistelle Beauty/Orvistelle Beauty.moef", fs::perms(0640)}};
+  for (const auto& row : modes) fs::permissions(BundledTemplate() / row.path, row.mode);
+  ASSERT_TRUE(InstallTemplateNow(nullptr));
+  EXPECT_EQ(HiddenSiblings(), std::vector<std::string>{".unrelated"});
+  for (const auto& row : modes) {
+    EXPECT_EQ(fs::status(InstalledTemplate() / row.path).permissions(), row.mode) << row.path;
+  }
+}
+
 TEST_F(TemplateInstallTest, FailedCopyKeepsThePreviousTemplate) {
   SetInstalledTemplate(true, "previous");
   ASSERT_EQ(mkfifo((BundledTemplate() / "pipe").c_str(), 0600), 0);  // a file type no copy can take

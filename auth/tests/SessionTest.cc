@@ -69,6 +69,11 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{
             {{"access_token", kToken}, {"refresh_token", "r"}, {"expires_at", "9"}}, true, "claim@x.y", 1700000500},
         FileCase{{{"access_token", kToken}, {"refresh_token", "r"}, {"expires_at", 9}}, true, "", 9},
+        FileCase{{{"access_token", "a"}, {"refresh_token", "r"}, {"email", "e\n@x.y"}, {"expires_at", 5}}, true, "", 5},
+        FileCase{{{"access_token", "a"}, {"refresh_token", "r"}, {"email", std::string(321, 'e')}, {"expires_at", 5}},
+                 true,
+                 "",
+                 5},
         FileCase{{{"access_token", "a"}, {"refresh_token", ""}}, false, "", 0},
         FileCase{{{"access_token", "a"}, {"refresh_token", 1}}, false, "", 0}, FileCase{Json::array(), false, "", 0},
         FileCase{"{\"access_token\":\"a\"", false, "", 0}, FileCase{"", false, "", 0}));
@@ -88,6 +93,28 @@ TEST_F(AuthTest, FailedSaveIsShownAndTheSessionStaysInMemory) {
   ApplyAccessToken({"a", "r", std::nullopt, ""}, CurrentLoginGeneration(), FileRule::kReplace);
   EXPECT_EQ(Status(), "Could not save sign-in state: Is a directory (error)");
   EXPECT_TRUE(FcpAuthHasSession());
+}
+
+// What a server or a file says is shown and kept only if it is short and free of control characters.
+TEST_F(AuthTest, HostileTextsAreNeitherShownNorKept) {
+  const struct {
+    std::string text;
+    bool showable;
+  } rows[] = {{"line\nbreak@x.y", false},  {"\x1b[2J@x.y", false},           {"next\xc2\x85line@x.y", false},
+              {"del\x7f@x.y", false},      {std::string(321, 'a'), false}, {std::string(320, 'a'), true},
+              {"\xc3\xbc" "ber@x.y", true}};
+  for (const auto& row : rows) {
+    SaveEmail("kept@x.y", CurrentLoginGeneration());
+    SetStatusText("shown", false);
+    SaveEmail(row.text, CurrentLoginGeneration());
+    SetStatusText(row.text, false);
+    SetStatusTextUnlessError(row.text);
+    EXPECT_EQ(FcpAuthEmail(), row.showable ? row.text : "kept@x.y") << row.text;
+    EXPECT_EQ(Status(), row.showable ? row.text : "shown") << row.text;
+    EXPECT_EQ(ParseAccessClaims(Jwt({{"email", row.text}})).email, row.showable ? row.text : "") << row.text;
+  }
+  SetStatusKey("", true);
+  EXPECT_EQ(Status(), "Not signed in (error)");
 }
 
 TEST_F(AuthTest, StatusKeysFollowTheLanguageButTextsDoNot) {

@@ -8,7 +8,8 @@
        background threads inside the library. None takes an argument and none reports failure; problems show in
        the status line and the system log.
    (2) A returned string is never NULL and is UTF-8. The library owns it: the caller never frees it, and it stays
-       valid and unchanged for the life of the process, so a host may keep the pointer. "" stands for nothing.
+       valid and unchanged until the same function has returned 16 other values after it, which in practice is
+       the life of the process; a host that keeps strings across many changes copies them. "" stands for nothing.
    (3) Results that change in the background (status, busy flag, e-mail, update state) are read as they stand at
        the moment of the call; a host that shows them reads them again.
    (4) Only the functions declared here are exported from the shared library.

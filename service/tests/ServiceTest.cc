@@ -2,7 +2,13 @@
 
 #include <string>
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// From the sanitizer runtime, whose headers Debian ships only with clang.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
 #include "auth/AuthTesting.h"
+#include "auth/Status.h"
 #include "orvistelle/FcpI18n.h"
 #include "orvistelle/FcpService.h"
 #include "orvistelle/FcpUpdate.h"
@@ -60,6 +66,21 @@ TEST_F(Service, ReturnedStringsStayValidAndUnchangedAfterTheValueChanges) {
   const char* latest = FcpServiceUpdateLatestVersion();
   EXPECT_STREQ(latest, "1.2.0");
   EXPECT_EQ(FcpServiceUpdateLatestVersion(), latest);
+}
+
+// A status that changes at every pass, as a server sending a new e-mail each time would make it, must not grow what
+// the library keeps for its hosts.
+TEST_F(Service, ReturnedStringsDoNotAccumulate) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  const auto before = static_cast<long long>(__sanitizer_get_current_allocated_bytes());
+  for (int pass = 0; pass < 20000; ++pass) {
+    auth::SetStatusText(std::to_string(pass) + std::string(200, '@'), false);
+    FcpServiceStatus();
+  }
+  EXPECT_LT(static_cast<long long>(__sanitizer_get_current_allocated_bytes()) - before, 1 << 20);
+#else
+  GTEST_SKIP() << "the allocator's statistics come with a sanitizer";
+#endif
 }
 
 TEST_F(Service, LoginDoesNothingWhileAnUpdateIsRequiredButLogoutStillWorks) {

@@ -209,11 +209,16 @@ TEST_F(UpdateCheck, StaleOrMalformedDismissalFilesHideNothing) {
   EXPECT_FALSE(FcpUpdateSoftAvailable());
 }
 
-TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedUrlToTheBrowser) {
+TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedWebUrlToTheBrowser) {
   FcpUpdateOpenDownload();
   server.Answer(200, Manifest(json{{"version", "1.2.0"}, {"download_macos", "https://example.test/a b.zip"}}));
   CheckLater();
   FcpUpdateOpenDownload();
+  for (const char* elsewhere : {"file:///etc/passwd", "javascript:alert(1)", "ftp://example.test/a.zip"}) {
+    server.Answer(200, Manifest(json{{"version", "1.2.0"}, {"download_macos", elsewhere}}));
+    CheckLater();
+    FcpUpdateOpenDownload();
+  }
   server.Answer(200, Manifest("1.2.0", ""));
   CheckLater();
   FcpUpdateOpenDownload();

@@ -110,7 +110,9 @@ void StartMaintenanceOnce() {
   if (state.started) return;
   state.started = true;
   static std::once_flag exitHandler;
-  std::call_once(exitHandler, [] { std::atexit(WaitForRefreshUnderWay); });
+  std::call_once(exitHandler, [] {
+    if (std::atexit(WaitForRefreshUnderWay) != 0) platform::Log("could not wait for refreshes at exit");
+  });
   FcpI18nApplyHostLocale();
   LoadSession();
   if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);

@@ -1,6 +1,5 @@
 #include "auth/Background.h"
 
-#include <algorithm>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -82,7 +81,7 @@ void RepeatingTimer::Run(std::chrono::milliseconds firstDelay, std::chrono::mill
     lock.unlock();
     handler();
     lock.lock();
-    next = std::max(next + period, Clock::now());
+    next += period * ((Clock::now() - next) / period + 1);
   }
 }
 

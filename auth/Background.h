@@ -19,7 +19,7 @@ void RunInBackground(std::function<void()> task);
 void WaitForBackgroundTasks();
 
 // Runs a handler first `firstDelay` after Start and then every `period`, on a background task of its own. The
-// handler never overlaps itself; firings missed while it ran collapse into one that follows at once.
+// handler never overlaps itself: firings that fall due while it runs are skipped, and the next one keeps the beat.
 class RepeatingTimer {
  public:
   // False when no thread could be had for the timer.

@@ -73,7 +73,7 @@ std::optional<platform::HttpRequest> BackendRequest(std::string_view method, std
     request.headers.push_back("Content-Type: application/json");
     request.body = body;
   }
-  request.timeout = 20s;
+  request.idle = 20s;
   request.wait = 22s;
   return request;
 }

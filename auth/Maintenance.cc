@@ -1,7 +1,10 @@
 #include "auth/Maintenance.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
 #include <mutex>
+#include <thread>
 
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
@@ -24,6 +27,7 @@ struct MaintenanceState {
   std::mutex startMutex;
   bool started = false;
   RepeatingTimer timer;
+  std::atomic<bool> passRunning{false};
   std::atomic<bool> refreshing{false};
   std::atomic<int64_t> lastRefreshStatus{0};
 };
@@ -36,18 +40,61 @@ MaintenanceState& State() {
 
 double Now() { return platform::Seam<platform::Clock>::Get().Now(); }
 
-// False when the backend refused the refresh token and the session has been ended. A pass that finds another
-// refresh in flight skips its own rather than wait.
+bool ExpiresSoon(const Session& session) {
+  return session.expiresAt > 0 && Now() + kRefreshMarginSeconds >= session.expiresAt;
+}
+
+// Another process sharing the session file may have refreshed the session or signed out since the last look.
+// False when it signed out: this process then forgets the session too.
+bool FollowOtherProcesses() {
+  if (FollowSessionFile() != SessionFileChange::kSignedOut) return true;
+  SetStatusKey("auth.signedOut", false);
+  return false;
+}
+
+// Under the file lock, so that of all the processes sharing the file, one refreshes and the others adopt its answer
+// instead of presenting the spent refresh token. False when the session has ended.
+bool RefreshUnderFileLock() {
+  SessionFileLock fileLock;
+  if (!FollowOtherProcesses()) return false;
+  if (!ExpiresSoon(CurrentSession())) return true;
+  RefreshOutcome outcome = RefreshAccess();
+  // No answer or a server error keeps the session: the next pass tries again.
+  if (outcome.renewed || outcome.status == 0 || outcome.status >= 500) return true;
+  MarkSessionExpired(outcome.generation);
+  return false;
+}
+
+// False when the session has ended. A pass that finds another refresh of this process in flight skips its own
+// rather than wait.
 bool RefreshUnlessRefused() {
   bool idle = false;
   if (!State().refreshing.compare_exchange_strong(idle, true, std::memory_order_acq_rel)) return true;
-  bool renewed = RefreshAccess();
-  int64_t status = LastRefreshStatus();
+  bool kept = RefreshUnderFileLock();
   State().refreshing.store(false, std::memory_order_release);
-  // No answer or a server error keeps the session: the next pass tries again.
-  if (renewed || status == 0 || status >= 500) return true;
-  MarkSessionExpired();
-  return false;
+  return kept;
+}
+
+// A host that quits between the backend's rotating the refresh token and the save of its successor would leave the
+// spent token in the file, and the next process to refresh would present it and lose the session. So exiting waits
+// a little for a refresh under way to be saved, and keeps the flag, so that no timer firing during the exit starts
+// another.
+void WaitForRefreshUnderWay() {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  for (bool idle = false; !State().refreshing.compare_exchange_strong(idle, true, std::memory_order_acq_rel);
+       idle = false) {
+    if (std::chrono::steady_clock::now() >= deadline) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+// The timer's handler: a firing that finds the previous pass still at work is skipped, so a request that hangs
+// never piles passes (and threads) up behind it.
+void RunPassUnlessRunning() {
+  bool idle = false;
+  if (!State().passRunning.compare_exchange_strong(idle, true, std::memory_order_acq_rel)) return;
+  RefreshIfNeeded();
+  State().passRunning.store(false, std::memory_order_release);
 }
 
 void ShowAccountUnlessError() {
@@ -62,64 +109,63 @@ void StartMaintenanceOnce() {
   std::lock_guard lock(state.startMutex);
   if (state.started) return;
   state.started = true;
+  static std::once_flag exitHandler;
+  std::call_once(exitHandler, [] {
+    if (std::atexit(WaitForRefreshUnderWay) != 0) platform::Log("could not wait for refreshes at exit");
+  });
   FcpI18nApplyHostLocale();
   LoadSession();
   if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);
   AuthSettings settings = CurrentSettings();
-  // Each firing is a task of its own, so a pass stuck on a request never holds up the next firing.
-  auto firePass = [] { RunInBackground(RefreshIfNeeded); };
-  if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, firePass)) {
+  if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, RunPassUnlessRunning)) {
     platform::Log("could not start the session maintenance timer");
   }
-  RunInBackground(RefreshIfNeeded);
+  RunInBackground(RunPassUnlessRunning);
 }
 
 void RefreshIfNeeded() {
   ReportHeartbeatIfNeeded();
-  if (!FcpAuthHasSession()) return;
+  if (!FcpAuthHasSession() || !FollowOtherProcesses()) return;
   FetchEmailIfNeeded();
-  double expiresAt = CurrentSession().expiresAt;
-  if (expiresAt > 0 && Now() + kRefreshMarginSeconds >= expiresAt && !RefreshUnlessRefused()) return;
+  if (ExpiresSoon(CurrentSession()) && !RefreshUnlessRefused()) return;
   if (FcpAuthHasSession()) ShowAccountUnlessError();
 }
 
-bool RefreshAccess() {
-  std::string refresh = CurrentSession().refresh;
-  if (refresh.empty()) {
-    State().lastRefreshStatus.store(401);
-    return false;
+RefreshOutcome RefreshAccess() {
+  SessionSnapshot held = SnapshotSession();
+  RefreshOutcome outcome{false, 401, held.generation};
+  if (held.session.refresh.empty()) {
+    State().lastRefreshStatus.store(outcome.status);
+    return outcome;
   }
-  int64_t status = 0;
-  std::optional<Json> answer =
-      JsonObject(Http("POST", CurrentSettings().authBaseURL + "/auth/v1/token?grant_type=refresh_token",
-                      config::kPublicApiKey, Dump({{"refresh_token", refresh}}), config::kPublicApiKey, &status));
-  State().lastRefreshStatus.store(status);
+  std::optional<Json> answer = JsonObject(
+      Http("POST", CurrentSettings().authBaseURL + "/auth/v1/token?grant_type=refresh_token", config::kPublicApiKey,
+           Dump({{"refresh_token", held.session.refresh}}), config::kPublicApiKey, &outcome.status));
+  State().lastRefreshStatus.store(outcome.status);
   std::optional<std::string> access = answer ? NonEmptyStringMember(*answer, "access_token") : std::nullopt;
-  if (status != 200 || !access) return false;
-  if (const Json* user = ObjectMember(*answer, "user")) {
-    if (std::optional<std::string> email = NonEmptyStringMember(*user, "email")) SetEmail(*email);
-  }
-  ApplyAccessToken(*access, NonEmptyStringMember(*answer, "refresh_token").value_or(""),
-                   NumberMember(*answer, "expires_in"));
-  return true;
+  if (outcome.status != 200 || !access) return outcome;
+  const Json* user = ObjectMember(*answer, "user");
+  IssuedTokens tokens{*access, NonEmptyStringMember(*answer, "refresh_token").value_or(""),
+                      NumberMember(*answer, "expires_in"),
+                      user != nullptr ? NonEmptyStringMember(*user, "email").value_or("") : ""};
+  outcome.renewed = ApplyAccessToken(tokens, held.generation, FileRule::kOnlyIfUnchanged);
+  return outcome;
 }
 
 int64_t LastRefreshStatus() { return State().lastRefreshStatus.load(); }
 
 void FetchEmailIfNeeded() {
-  Session session = CurrentSession();
-  if (!session.email.empty() || session.access.empty()) return;
+  SessionSnapshot held = SnapshotSession();
+  if (!held.session.email.empty() || held.session.access.empty()) return;
   int64_t status = 0;
-  std::optional<Json> answer = JsonObject(Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user", session.access,
-                                               std::nullopt, config::kPublicApiKey, &status));
+  std::optional<Json> answer = JsonObject(Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user",
+                                               held.session.access, std::nullopt, config::kPublicApiKey, &status));
   std::optional<std::string> email = answer ? NonEmptyStringMember(*answer, "email") : std::nullopt;
-  if (status != 200 || !email) return;
-  SetEmail(*email);
-  SaveSession();
+  if (status == 200 && email) SaveEmail(*email, held.generation);
 }
 
-void MarkSessionExpired() {
-  ClearSessionState();
+void MarkSessionExpired(uint32_t generation) {
+  if (!ClearSessionStateIfCurrent(generation)) return;
   SetStatusKey("auth.sessionExpired", true);
   platform::Log("session expired; cleared local credentials");
 }
@@ -130,6 +176,7 @@ void ResetMaintenanceMemory() {
   MaintenanceState& state = State();
   std::lock_guard lock(state.startMutex);
   state.started = false;
+  state.passRunning.store(false);
   state.refreshing.store(false);
   state.lastRefreshStatus.store(0);
 }

@@ -13,12 +13,18 @@ void StartMaintenanceOnce();
 // 60 s, then the account on the status line. Blocks on the network.
 void RefreshIfNeeded();
 
-// One refresh-token grant; true when new tokens were installed.
-bool RefreshAccess();
-// The HTTP status of the last refresh attempt: 0 without an answer, 401 when there was no refresh token to send.
+struct RefreshOutcome {
+  bool renewed = false;     // new tokens were installed
+  int64_t status = 0;       // 0 without an answer, 401 when there was no refresh token to send
+  uint32_t generation = 0;  // of the session whose refresh token was sent
+};
+// One refresh-token grant. An answer that arrives after a sign-out or a newer sign-in is dropped.
+RefreshOutcome RefreshAccess();
+// The status of the last refresh attempt.
 int64_t LastRefreshStatus();
 void FetchEmailIfNeeded();
-void MarkSessionExpired();
+// Ends the session as refused by the backend, unless a sign-out or a newer sign-in has begun since `generation`.
+void MarkSessionExpired(uint32_t generation);
 
 // For the tests' reset: asks the timer to stop; once background tasks have ended, forgets everything.
 void StopMaintenanceTimer();

@@ -1,6 +1,12 @@
 #include "auth/Session.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
+#include <filesystem>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -19,7 +25,8 @@ namespace {
 struct SessionState {
   std::mutex mutex;
   Session session;
-  std::atomic<uint32_t> loginGeneration{0};
+  std::string filedRefresh;              // the refresh token in the file when this process last read or wrote it
+  std::atomic<uint32_t> generation{0};   // changed only under the mutex, so that answers are checked against it
   std::atomic<bool> busy{false};
 };
 
@@ -29,10 +36,15 @@ SessionState& State() {
   return *state;
 }
 
-template <class Change>
-void UpdateSession(Change change) {
-  std::lock_guard lock(State().mutex);
-  change(State().session);
+struct FileLockState {
+  std::recursive_mutex mutex;
+  int depth = 0;  // how often the holding thread has taken it
+  int fd = -1;
+};
+
+FileLockState& FileLock() {
+  static auto* state = new FileLockState;
+  return *state;
 }
 
 int Base64Value(char c) {
@@ -112,29 +124,13 @@ int64_t WholeSeconds(double seconds) {
   return static_cast<int64_t>(std::clamp(seconds, -kLimit, kLimit));
 }
 
-}  // namespace
-
-Session CurrentSession() {
-  std::lock_guard lock(State().mutex);
-  return State().session;
-}
-
-bool HoldsSession(const Session& session) { return !session.access.empty() && !session.refresh.empty(); }
-
-void SetEmail(const std::string& email) {
-  if (!IsShowableText(email)) return;
-  UpdateSession([&email](Session& session) { session.email = email; });
-}
-
-std::string SessionPath() { return SupportFile("fcp-session.json"); }
-
-void LoadSession() {
+std::optional<Session> ReadSessionFile() {
   std::optional<Json> file = JsonObject(ReadStateFile(SessionPath()));
-  if (!file) return;
+  if (!file) return std::nullopt;
   Session loaded;
   loaded.access = NonEmptyStringMember(*file, "access_token").value_or("");
   loaded.refresh = NonEmptyStringMember(*file, "refresh_token").value_or("");
-  if (!HoldsSession(loaded)) return;
+  if (!HoldsSession(loaded)) return std::nullopt;
   loaded.email = ShowableOrEmpty(StringMember(*file, "email").value_or(""));
   if (std::optional<double> expiresAt = NumberMember(*file, "expires_at")) {
     loaded.expiresAt = *expiresAt;
@@ -143,19 +139,96 @@ void LoadSession() {
     loaded.expiresAt = claims.expiry;
     if (loaded.email.empty()) loaded.email = claims.email;
   }
-  UpdateSession([&loaded](Session& session) { session = std::move(loaded); });
+  return loaded;
 }
 
-void SaveSession() {
+bool SessionFileExists() {
+  std::error_code error;
+  return std::filesystem::symlink_status(SessionPath(), error).type() != std::filesystem::file_type::not_found;
+}
+
+// The refresh token that the file holds now; empty when there is no file or no session in it.
+std::string RefreshTokenInFile() {
+  std::optional<Session> file = ReadSessionFile();
+  return file ? file->refresh : std::string();
+}
+
+// With the session mutex and the file lock held.
+std::error_code SaveLocked(FileRule rule) {
+  SessionState& state = State();
+  if (rule == FileRule::kOnlyIfUnchanged && RefreshTokenInFile() != state.filedRefresh) return {};
   EnsureDir();
-  Session session = CurrentSession();
+  const Session& session = state.session;
   Json file = {{"access_token", session.access},
                {"refresh_token", session.refresh},
                {"email", session.email},
                {"expires_at", WholeSeconds(session.expiresAt)}};
-  if (std::error_code error = WriteStateFile(SessionPath(), Dump(file))) {
-    SetStatusText(FcpTf("auth.sessionSaveFailed", error.message()), true);
+  std::error_code error = WriteStateFile(SessionPath(), Dump(file));
+  if (!error) state.filedRefresh = session.refresh;
+  return error;
+}
+
+void ShowSaveFailure(std::error_code error) {
+  if (error) SetStatusText(FcpTf("auth.sessionSaveFailed", error.message()), true);
+}
+
+// With the session mutex held.
+void ClearLocked() {
+  SessionState& state = State();
+  state.generation.fetch_add(1);
+  state.busy.store(false);
+  state.session = Session{};
+  state.filedRefresh.clear();
+  RemoveFile(SessionPath());
+}
+
+}  // namespace
+
+Session CurrentSession() {
+  std::lock_guard lock(State().mutex);
+  return State().session;
+}
+
+SessionSnapshot SnapshotSession() {
+  std::lock_guard lock(State().mutex);
+  return {State().session, State().generation.load()};
+}
+
+bool HoldsSession(const Session& session) { return !session.access.empty() && !session.refresh.empty(); }
+
+void SaveEmail(const std::string& email, uint32_t generation) {
+  SessionFileLock fileLock;
+  std::error_code error;
+  {
+    std::lock_guard lock(State().mutex);
+    if (State().generation.load() != generation || !IsShowableText(email)) return;
+    State().session.email = email;
+    error = SaveLocked(FileRule::kOnlyIfUnchanged);
   }
+  ShowSaveFailure(error);
+}
+
+std::string SessionPath() { return SupportFile("fcp-session.json"); }
+
+// A sign-out between reading the file and installing what it held wins: its generation differs by then.
+void LoadSession() {
+  uint32_t generation = CurrentLoginGeneration();
+  std::optional<Session> loaded = ReadSessionFile();
+  if (!loaded) return;
+  std::lock_guard lock(State().mutex);
+  if (State().generation.load() != generation) return;
+  State().filedRefresh = loaded->refresh;
+  State().session = std::move(*loaded);
+}
+
+void SaveSession() {
+  SessionFileLock fileLock;
+  std::error_code error;
+  {
+    std::lock_guard lock(State().mutex);
+    error = SaveLocked(FileRule::kReplace);
+  }
+  ShowSaveFailure(error);
 }
 
 AccessClaims ParseAccessClaims(std::string_view token) {
@@ -164,38 +237,99 @@ AccessClaims ParseAccessClaims(std::string_view token) {
   return {EmailClaim(*claims), ExpiryClaim(*claims)};
 }
 
-void ApplyAccessToken(const std::string& access, const std::string& refresh, std::optional<double> expiresIn) {
-  AccessClaims claims = ParseAccessClaims(access);
+bool ApplyAccessToken(const IssuedTokens& tokens, uint32_t generation, FileRule rule) {
+  AccessClaims claims = ParseAccessClaims(tokens.access);
   double now = platform::Seam<platform::Clock>::Get().Now();
-  UpdateSession([&](Session& session) {
-    session.access = access;
-    if (!refresh.empty()) session.refresh = refresh;
-    if (!claims.email.empty()) session.email = claims.email;
+  SessionFileLock fileLock;
+  std::error_code error;
+  {
+    std::lock_guard lock(State().mutex);
+    if (State().generation.load() != generation) return false;
+    Session& session = State().session;
+    session.access = tokens.access;
+    if (!tokens.refresh.empty()) session.refresh = tokens.refresh;
+    if (!claims.email.empty()) {
+      session.email = claims.email;
+    } else if (!tokens.email.empty() && IsShowableText(tokens.email)) {
+      session.email = tokens.email;
+    }
     if (claims.expiry > 0) {
       session.expiresAt = claims.expiry;
-    } else if (expiresIn && *expiresIn > 0) {
-      session.expiresAt = now + *expiresIn;
+    } else if (tokens.expiresIn && *tokens.expiresIn > 0) {
+      session.expiresAt = now + *tokens.expiresIn;
     }
-  });
-  SaveSession();
+    error = SaveLocked(rule);
+  }
+  ShowSaveFailure(error);
+  return true;
 }
 
 void ClearSessionState() {
-  NextLoginGeneration();
-  SetBusy(false);
-  UpdateSession([](Session& session) { session = Session{}; });
-  RemoveFile(SessionPath());
+  std::lock_guard lock(State().mutex);
+  ClearLocked();
 }
 
-uint32_t NextLoginGeneration() { return State().loginGeneration.fetch_add(1) + 1; }
+bool ClearSessionStateIfCurrent(uint32_t generation) {
+  std::lock_guard lock(State().mutex);
+  if (State().generation.load() != generation) return false;
+  ClearLocked();
+  return true;
+}
 
-uint32_t CurrentLoginGeneration() { return State().loginGeneration.load(); }
+SessionFileLock::SessionFileLock() {
+  FileLockState& state = FileLock();
+  state.mutex.lock();
+  if (state.depth++ > 0) return;
+  EnsureDir();
+  state.fd = ::open(SupportFile("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  while (state.fd >= 0 && ::flock(state.fd, LOCK_EX) != 0 && errno == EINTR) {
+  }
+}
+
+SessionFileLock::~SessionFileLock() {
+  FileLockState& state = FileLock();
+  if (--state.depth == 0 && state.fd >= 0) {
+    ::close(state.fd);  // releases the advisory lock
+    state.fd = -1;
+  }
+  state.mutex.unlock();
+}
+
+// Only a file that is gone counts as a sign-out: one that cannot be read or parsed right now (a write in another
+// process, a disk error) leaves the session as it is.
+SessionFileChange FollowSessionFile() {
+  uint32_t generation = CurrentLoginGeneration();
+  std::optional<Session> file = ReadSessionFile();
+  bool gone = !file && !SessionFileExists();
+  SessionState& state = State();
+  std::lock_guard lock(state.mutex);
+  if (state.generation.load() != generation) return SessionFileChange::kNone;
+  if (gone && !state.filedRefresh.empty() && state.filedRefresh == state.session.refresh) {
+    ClearLocked();
+    return SessionFileChange::kSignedOut;
+  }
+  if (!file || file->refresh == state.filedRefresh) return SessionFileChange::kNone;
+  bool newer = file->refresh != state.session.refresh;
+  state.filedRefresh = file->refresh;
+  if (!newer) return SessionFileChange::kNone;
+  state.session = std::move(*file);
+  return SessionFileChange::kAdopted;
+}
+
+uint32_t NextLoginGeneration() {
+  std::lock_guard lock(State().mutex);
+  return State().generation.fetch_add(1) + 1;
+}
+
+uint32_t CurrentLoginGeneration() { return State().generation.load(); }
 
 void SetBusy(bool busy) { State().busy.store(busy); }
 
 void ResetSessionMemory() {
-  UpdateSession([](Session& session) { session = Session{}; });
-  SetBusy(false);
+  std::lock_guard lock(State().mutex);
+  State().session = Session{};
+  State().filedRefresh.clear();
+  State().busy.store(false);
 }
 
 }  // namespace orvistelle::auth

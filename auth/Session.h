@@ -19,11 +19,22 @@ struct Session {
 // A copy of the session as it stands; every field is read at the same moment.
 Session CurrentSession();
 bool HoldsSession(const Session& session);
-// Ignores an e-mail that is not showable.
-void SetEmail(const std::string& email);
+
+// The session together with the generation it belongs to. A sign-out, an expiry or a new sign-in starts a new
+// generation; an answer to a request sent in an older one is dropped, so that a late answer never brings back a
+// session that was ended.
+struct SessionSnapshot {
+  Session session;
+  uint32_t generation = 0;
+};
+SessionSnapshot SnapshotSession();
+
+// Stores the e-mail and saves, only while `generation` is current; an e-mail that is not showable is ignored.
+void SaveEmail(const std::string& email, uint32_t generation);
 
 std::string SessionPath();
-// Takes the session from the file, but only a file holding both tokens changes anything.
+// Takes the session from the file, but only a file holding both tokens changes anything, and only while no
+// sign-out has happened since the read began.
 void LoadSession();
 // Writes the session file; a failure shows as the status line while the session stays in memory.
 void SaveSession();
@@ -35,13 +46,46 @@ struct AccessClaims {
 // Reads the claims of a JWT without verifying it: they only serve display and scheduling.
 AccessClaims ParseAccessClaims(std::string_view token);
 
-// Installs a newly issued access token (never empty), keeping the old refresh token when none is given and the old
-// e-mail when the token names none. The expiry comes from the token's "exp", else from now + expiresIn when that
-// is positive, else stays. Saves the session.
-void ApplyAccessToken(const std::string& access, const std::string& refresh, std::optional<double> expiresIn);
+// Newly issued tokens: the access token (never empty), the refresh token (empty keeps the old one), the lifetime
+// used when the token carries no "exp", and an e-mail that the token's own claim overrides (empty keeps the old).
+struct IssuedTokens {
+  std::string access;
+  std::string refresh;
+  std::optional<double> expiresIn;
+  std::string email;
+};
+
+// Whether a save may replace a session file that another process has changed since this one last read or wrote it:
+// a new sign-in may; a refresh or an e-mail may not, as the other process's session is the newer one.
+enum class FileRule { kReplace, kOnlyIfUnchanged };
+
+// Installs issued tokens and saves, only while `generation` is current; false when they were dropped. The expiry
+// comes from the token's "exp", else from now + expiresIn when that is positive, else stays.
+bool ApplyAccessToken(const IssuedTokens& tokens, uint32_t generation, FileRule rule);
 
 // Forgets the session, deletes its file and ends any browser sign-in in progress. Leaves the status alone.
 void ClearSessionState();
+// The same, only while `generation` is current; false when a newer generation has begun.
+bool ClearSessionStateIfCurrent(uint32_t generation);
+
+// Other processes share the session file. Every save, and every refresh from re-reading the file to saving the
+// answer, holds this lock: an advisory lock on "fcp-session.lock" beside the file, which also excludes the other
+// threads of this process. A thread may take it again while holding it.
+class SessionFileLock {
+ public:
+  SessionFileLock();  // blocks until no other holder remains; without a lock file, only this process is excluded
+  ~SessionFileLock();
+  SessionFileLock(const SessionFileLock&) = delete;
+  SessionFileLock& operator=(const SessionFileLock&) = delete;
+};
+
+enum class SessionFileChange {
+  kNone,      // the file holds the session this process last read or wrote, or cannot be read
+  kAdopted,   // another process stored a newer session there, which is now held here too
+  kSignedOut  // another process deleted the file: the session is forgotten here too
+};
+// Follows the file when another process has changed it since this process last read or wrote it.
+SessionFileChange FollowSessionFile();
 
 // Starts a new browser sign-in attempt, superseding any other; returns the attempt's generation.
 uint32_t NextLoginGeneration();

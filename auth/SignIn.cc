@@ -58,9 +58,10 @@ void PollRelay(const std::string& flowId, uint32_t generation) {
     }
     return;
   }
-  ApplyAccessToken(tokens->access, tokens->refresh, std::nullopt);
-  if (!CurrentSession().access.empty()) RefreshIfNeeded();
-  SetBusy(false);
+  // A sign-out or a newer sign-in while the answer was on its way has superseded this attempt.
+  if (!ApplyAccessToken({tokens->access, tokens->refresh, std::nullopt, ""}, generation, FileRule::kReplace)) return;
+  RefreshIfNeeded();
+  if (CurrentLoginGeneration() == generation) SetBusy(false);
 }
 
 // Only well-formed http(s) addresses reach the browser.

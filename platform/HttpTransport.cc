@@ -1,17 +1,21 @@
 #include "platform/HttpTransport.h"
 
 #include <curl/curl.h>
+#include <sys/utsname.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 
+#include "orvistelle/BuildConfig.h"
 #include "platform/HttpDiagnostics.h"
+#include "platform/Platform.h"
 
 namespace orvistelle::platform {
 namespace {
-
-constexpr long kMaxRedirects = 16;
 
 // libcurl's global set-up is not thread-safe, so it runs while the library loads, before any thread exists.
 // The share handle lets every request reuse the pool's connections and DNS answers.
@@ -45,10 +49,15 @@ class CurlRuntime {
 
 CurlRuntime* const gRuntime = new CurlRuntime();
 
+using SteadyClock = std::chrono::steady_clock;
+
 struct Transfer {
   std::string body;
   bool tooLarge = false;
-  std::chrono::steady_clock::time_point deadline;
+  SteadyClock::time_point deadline;
+  std::chrono::milliseconds idle{0};
+  SteadyClock::time_point lastActivity = SteadyClock::now();
+  curl_off_t bytesMoved = 0;
 };
 
 size_t CollectBody(char* data, size_t size, size_t count, void* userdata) {
@@ -59,13 +68,26 @@ size_t CollectBody(char* data, size_t size, size_t count, void* userdata) {
     return 0;  // aborts the transfer
   }
   transfer->body.append(data, bytes);
+  transfer->lastActivity = SteadyClock::now();
   return bytes;
 }
 
-// The caller's wait bounds everything, including phases that the transfer timeout might not interrupt in time.
-int AbortAfterDeadline(void* userdata, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+// A head arriving line by line is data flowing too.
+size_t NoteHeaderLine(char*, size_t size, size_t count, void* userdata) {
+  static_cast<Transfer*>(userdata)->lastActivity = SteadyClock::now();
+  return size * count;
+}
+
+// Silence longer than the idle limit ends the transfer, however long it has run; the caller's wait bounds it all,
+// including phases that the transfer timeout might not interrupt in time.
+int AbortWhenStalled(void* userdata, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
   auto* transfer = static_cast<Transfer*>(userdata);
-  return std::chrono::steady_clock::now() >= transfer->deadline ? 1 : 0;
+  SteadyClock::time_point now = SteadyClock::now();
+  if (received + sent != transfer->bytesMoved) {
+    transfer->bytesMoved = received + sent;
+    transfer->lastActivity = now;
+  }
+  return now >= transfer->deadline || now - transfer->lastActivity >= transfer->idle ? 1 : 0;
 }
 
 struct CurlDeleter {
@@ -98,32 +120,37 @@ void SetMethodAndBody(CURL* curl, const HttpRequest& request) {
 }
 
 void SetLimits(CURL* curl, const HttpRequest& request, Transfer& transfer) {
-  long timeoutMs = static_cast<long>(std::min(request.timeout, request.wait).count());
-  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, timeoutMs);
-  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, timeoutMs);
+  auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(transfer.deadline - SteadyClock::now());
+  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(std::max(remaining.count(), 1L)));
+  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::min(request.idle, remaining).count()));
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &AbortAfterDeadline);
+  curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &AbortWhenStalled);
   curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &transfer);
+  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &NoteHeaderLine);
+  curl_easy_setopt(curl, CURLOPT_HEADERDATA, &transfer);
   curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaxResponseBytes));
 }
 
-void SetRedirectsAndSecurity(CURL* curl) {
-  curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMaxRedirects);
+// Redirects are never followed here: HttpSend decides on each one itself.
+void SetSecurity(CURL* curl) {
+  curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
   curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
 }
 
-}  // namespace
+struct Exchange {
+  HttpResponse response;
+  std::optional<std::string> redirect;  // the absolute target of a redirect answer
+};
 
-HttpResponse HttpSend(const HttpRequest& request) {
+Exchange Perform(const HttpRequest& request, const std::string& url, SteadyClock::time_point deadline) {
   std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
-  if (!curl) return {};
+  if (!curl || SteadyClock::now() >= deadline) return {};
   Transfer transfer;
-  transfer.deadline = std::chrono::steady_clock::now() + request.wait;
+  transfer.deadline = deadline;
+  transfer.idle = request.idle;
 
   HeaderList headers;
   for (const std::string& header : request.headers) {
@@ -131,15 +158,17 @@ HttpResponse HttpSend(const HttpRequest& request) {
   }
   // libcurl would otherwise ask the server for a "100 Continue" before sending larger bodies.
   if (request.body && !Append(headers, "Expect:")) return {};
+  std::string userAgent = UserAgent();
 
-  curl_easy_setopt(curl.get(), CURLOPT_URL, request.url.c_str());
+  curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
   curl_easy_setopt(curl.get(), CURLOPT_SHARE, gRuntime->share());
   curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+  curl_easy_setopt(curl.get(), CURLOPT_USERAGENT, userAgent.c_str());
   curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, &CollectBody);
   curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
   SetMethodAndBody(curl.get(), request);
   SetLimits(curl.get(), request, transfer);
-  SetRedirectsAndSecurity(curl.get());
+  SetSecurity(curl.get());
 
   CURLcode result = curl_easy_perform(curl.get());
   NoteHttpExchange(curl.get(), request, result);
@@ -147,7 +176,86 @@ HttpResponse HttpSend(const HttpRequest& request) {
   long status = 0;
   curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
   if (status == 0) return {};
-  return {status, std::move(transfer.body)};
+  char* redirect = nullptr;
+  curl_easy_getinfo(curl.get(), CURLINFO_REDIRECT_URL, &redirect);
+  if (redirect != nullptr) return {{}, std::string(redirect)};
+  return {{status, std::move(transfer.body)}, std::nullopt};
+}
+
+std::string Lowercase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+struct UrlDeleter {
+  void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+
+std::optional<std::string> UrlPart(CURLU* url, CURLUPart part, unsigned int flags) {
+  char* text = nullptr;
+  if (curl_url_get(url, part, &text, flags) != CURLUE_OK) return std::nullopt;
+  std::string value(text);
+  curl_free(text);
+  return Lowercase(std::move(value));
+}
+
+// "scheme://host:port", or nothing for a URL that does not parse.
+std::optional<std::string> Origin(std::string_view text) {
+  std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
+  if (!url || curl_url_set(url.get(), CURLUPART_URL, std::string(text).c_str(), 0) != CURLUE_OK) return std::nullopt;
+  std::optional<std::string> scheme = UrlPart(url.get(), CURLUPART_SCHEME, 0);
+  std::optional<std::string> host = UrlPart(url.get(), CURLUPART_HOST, 0);
+  std::optional<std::string> port = UrlPart(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  if (!scheme || !host || !port) return std::nullopt;
+  return *scheme + "://" + *host + ":" + *port;
+}
+
+// A product token as HTTP allows it: anything but letters, digits and the token punctuation is percent-escaped.
+std::string Token(std::string_view text) {
+  static constexpr std::string_view kPunctuation = "!#$&'*+-.^_`|~";
+  std::string token;
+  for (unsigned char c : text) {
+    if (std::isalnum(c) || kPunctuation.find(static_cast<char>(c)) != std::string_view::npos) {
+      token += static_cast<char>(c);
+    } else {
+      static constexpr char kHex[] = "0123456789ABCDEF";
+      token += {'%', kHex[c >> 4], kHex[c & 15]};
+    }
+  }
+  return token;
+}
+
+std::string OperatingSystemName() {
+  utsname names{};
+  return uname(&names) == 0 ? Token(names.sysname) : "unknown";
+}
+
+}  // namespace
+
+HttpResponse HttpSend(const HttpRequest& request) {
+  SteadyClock::time_point deadline = SteadyClock::now() + request.wait;
+  std::string url = request.url;
+  for (int hop = 0;; ++hop) {
+    Exchange exchange = Perform(request, url, deadline);
+    if (!exchange.redirect) return std::move(exchange.response);
+    if (hop >= request.sameOriginRedirects || !SameOrigin(url, *exchange.redirect)) return {};
+    url = std::move(*exchange.redirect);
+  }
+}
+
+std::string UserAgent() {
+  Bundle& bundle = Seam<Bundle>::Get();
+  std::string product = Token(std::filesystem::path(bundle.Main().executablePath).filename().string());
+  if (std::optional<std::string> version = bundle.InfoString("CFBundleVersion"); version && !product.empty()) {
+    product += "/" + Token(*version);
+  }
+  std::string library = std::string("orvistelle/") + config::kVersion + " (" + OperatingSystemName() + ")";
+  return product.empty() ? library : product + " " + library;
+}
+
+bool SameOrigin(std::string_view a, std::string_view b) {
+  std::optional<std::string> first = Origin(a);
+  return first && first == Origin(b);
 }
 
 }  // namespace orvistelle::platform

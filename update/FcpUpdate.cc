@@ -105,11 +105,7 @@ void ApplyResponse(const platform::HttpResponse& response) {
 }
 
 void RunCheck(std::string manifestURL) {
-  platform::HttpRequest request;
-  request.url = std::move(manifestURL);
-  request.timeout = 12s;
-  request.wait = 14s;
-  platform::HttpResponse response = platform::HttpSend(request);
+  platform::HttpResponse response = platform::HttpSend(ManifestRequest(std::move(manifestURL)));
   gLastCheck.store(Now());
   ApplyResponse(response);
   gChecking.store(false);

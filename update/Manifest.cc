@@ -6,6 +6,9 @@ namespace orvistelle::update {
 namespace {
 
 using nlohmann::json;
+using namespace std::chrono_literals;
+
+constexpr int kManifestRedirects = 3;
 
 std::string StringAt(const json& object, const char* key) {
   auto found = object.find(key);
@@ -26,6 +29,15 @@ ManifestReading ReadManifest(std::string_view body) {
   std::string download = StringAt(*host, "download_macos");
   if (!download.empty()) entry.downloadMacos = std::move(download);
   return entry;
+}
+
+platform::HttpRequest ManifestRequest(std::string url) {
+  platform::HttpRequest request;
+  request.url = std::move(url);
+  request.idle = 12s;
+  request.wait = 14s;
+  request.sameOriginRedirects = kManifestRedirects;
+  return request;
 }
 
 }  // namespace orvistelle::update

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <variant>
 
+#include "platform/HttpTransport.h"
+
 namespace orvistelle::update {
 
 inline constexpr char kHostKey[] = "fcp";
@@ -25,5 +27,9 @@ struct MissingHostEntry {};   // no "hosts" object, or no object for this host i
 using ManifestReading = std::variant<HostEntry, NotAnObject, MissingHostEntry>;
 
 ManifestReading ReadManifest(std::string_view body);
+
+// The manifest's GET: 12 s of silence or 14 s in all end it, and a moved manifest is followed a few times, but only
+// within the download server's own origin.
+platform::HttpRequest ManifestRequest(std::string url);
 
 }  // namespace orvistelle::update

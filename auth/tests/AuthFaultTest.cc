@@ -92,7 +92,9 @@ TEST_F(FaultMaintenance, ServerThatNeverAnswersHoldsUpNoQuery) {
 
 class FaultSessionStore : public FaultAuthTest {
  protected:
-  void SignIn() { ApplyAccessToken(Jwt({{"email", "u@x.y"}}), "r1", 3600); }
+  void SignIn() {
+    ApplyAccessToken({Jwt({{"email", "u@x.y"}}), "r1", 3600, ""}, CurrentLoginGeneration(), FileRule::kReplace);
+  }
 };
 
 // The save failure is shown while the session lives on in memory; the heartbeat is accepted but can be recorded
@@ -145,7 +147,7 @@ TEST_F(FaultSessionStore, FullDisk) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(SupportDir())) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"fcp-heartbeat-day.txt", "fcp-session.json"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"fcp-heartbeat-day.txt", "fcp-session.json", "fcp-session.lock"}));
 }
 
 }  // namespace

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Status.h"
@@ -100,6 +103,39 @@ TEST_F(Maintenance, UnknownEmailIsFetchedWithTheAccessToken) {
   EXPECT_EQ(Status(), "u@x.y");
 }
 
+// Another process sharing the file refreshes under the lock beside it, or signs out by deleting it: this one waits
+// for the lock and follows the file instead of presenting a refresh token that is already spent.
+TEST_F(Maintenance, FollowsTheSessionFileThatAnotherProcessWrites) {
+  backend.Answer(kToken, Reply{200, Dump({{"access_token", "a9"}, {"refresh_token", "r9"}})});
+  auto otherProcessRefreshed = [&](const std::string& refresh) {
+    Write("fcp-session.json",
+          Dump({{"access_token", "a"}, {"refresh_token", refresh}, {"expires_at", clock.Now() + 3600}}));
+  };
+  SignedIn(clock.Now() + 10);
+  ASSERT_TRUE(FcpAuthHasSession());
+  otherProcessRefreshed("r2");
+  RefreshIfNeeded();
+  EXPECT_EQ(CurrentSession().refresh, "r2");
+
+  SignedIn(clock.Now() + 3600);
+  RefreshIfNeeded();
+  clock.Advance(3590);
+  int lock = open(Support("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  std::thread pass(RefreshIfNeeded);
+  std::this_thread::sleep_for(200ms);
+  otherProcessRefreshed("r3");
+  close(lock);
+  pass.join();
+  EXPECT_EQ(CurrentSession().refresh, "r3");
+  EXPECT_EQ(Refreshes(), 0u);
+
+  std::filesystem::remove(Support("fcp-session.json"));
+  RefreshIfNeeded();
+  EXPECT_FALSE(FcpAuthSignedIn());
+  EXPECT_EQ(Status(), "Signed out");
+}
+
 TEST_F(Maintenance, ErrorStatusStaysUntilAnExplicitAction) {
   SignedIn(clock.Now() + 3600);
   SetStatusKey("auth.timeoutRetry", true);
@@ -129,11 +165,16 @@ TEST_F(Maintenance, TimerKeepsFiringWhileAHeartbeatHangs) {
   EXPECT_EQ(backend.Seen("/console/v1/plugin/heartbeat").size(), 1u);
 }
 
-TEST_F(Maintenance, TimerKeepsFiringWhileAPassWaitsOnARequest) {
+// A firing while a pass still waits on a request is skipped, not run beside it; the beat resumes afterwards.
+TEST_F(Maintenance, FiringsWhileAPassRunsAreSkipped) {
   backend.Answer("/auth/v1/user", Held(Reply{}));
   UseSettings([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = 20ms; });
   SignedIn(clock.Now() + 3600, "");
   FcpAuthMaintain();
+  ASSERT_TRUE(WaitUntil([&] { return backend.Seen("/auth/v1/user").size() == 1; }));
+  std::this_thread::sleep_for(200ms);
+  EXPECT_EQ(backend.Seen("/auth/v1/user").size(), 1u);
+  release = true;
   EXPECT_TRUE(WaitUntil([&] { return backend.Seen("/auth/v1/user").size() >= 3; }));
 }
 

@@ -80,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(AuthTest, SavesCompactlyWithWholeSecondsForTheOwnerOnly) {
   std::string access = Jwt({{"exp", 1700000100.9}, {"email", "e@x.y"}});
-  ApplyAccessToken(access, "r1", std::nullopt);
+  ApplyAccessToken({access, "r1", std::nullopt, ""}, CurrentLoginGeneration(), FileRule::kReplace);
   EXPECT_EQ(Read("fcp-session.json"),
             Dump({{"access_token", access}, {"email", "e@x.y"}, {"expires_at", 1700000100}, {"refresh_token", "r1"}}));
   struct stat info {};
@@ -90,7 +90,7 @@ TEST_F(AuthTest, SavesCompactlyWithWholeSecondsForTheOwnerOnly) {
 
 TEST_F(AuthTest, FailedSaveIsShownAndTheSessionStaysInMemory) {
   std::filesystem::create_directories(Support("fcp-session.json"));  // a folder where the file should be
-  ApplyAccessToken("a", "r", std::nullopt);
+  ApplyAccessToken({"a", "r", std::nullopt, ""}, CurrentLoginGeneration(), FileRule::kReplace);
   EXPECT_EQ(Status(), "Could not save sign-in state: Is a directory (error)");
   EXPECT_TRUE(FcpAuthHasSession());
 }
@@ -104,9 +104,9 @@ TEST_F(AuthTest, HostileTextsAreNeitherShownNorKept) {
               {"del\x7f@x.y", false},      {std::string(321, 'a'), false}, {std::string(320, 'a'), true},
               {"\xc3\xbc" "ber@x.y", true}};
   for (const auto& row : rows) {
-    SetEmail("kept@x.y");
+    SaveEmail("kept@x.y", CurrentLoginGeneration());
     SetStatusText("shown", false);
-    SetEmail(row.text);
+    SaveEmail(row.text, CurrentLoginGeneration());
     SetStatusText(row.text, false);
     SetStatusTextUnlessError(row.text);
     EXPECT_EQ(FcpAuthEmail(), row.showable ? row.text : "kept@x.y") << row.text;

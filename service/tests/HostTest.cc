@@ -21,6 +21,7 @@
 #include <iostream>
 #include <map>
 #include <random>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -107,9 +108,9 @@ class HostTest : public ::testing::Test {
     StartBackend(3600);
   }
 
-  void StartBackend(int accessTokenLifetimeSeconds) {
-    backend_ = std::make_unique<devbackend::DevBackend>(
-        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", accessTokenLifetimeSeconds, nullptr});
+  void StartBackend(int accessTokenLifetimeSeconds, double reuseIntervalSeconds = 10) {
+    backend_ = std::make_unique<devbackend::DevBackend>(devbackend::Options{
+        0, dir_ / "backend", dir_ / "latest.json", accessTokenLifetimeSeconds, nullptr, reuseIntervalSeconds});
     std::string error;
     ASSERT_TRUE(backend_->Start(&error)) << error;
   }
@@ -194,6 +195,10 @@ TEST_F(HostTest, AHostInAPlugInBundleReadsTheManifestAndTheSession) {
   EXPECT_EQ(values["soft"], "1");
   EXPECT_EQ(values["version"], config::kVersion);
   EXPECT_EQ(values["headers"], config::kVersion);
+  // The backend's log of the manifest fetch names the host, its bundle's build and the library.
+  auto page = httplib::Client("127.0.0.1", backend_->Port()).Get("/dev");
+  const std::string userAgent = std::string("orvistelle-host/120 orvistelle/") + config::kVersion + " (Linux)";
+  EXPECT_NE(page->body.find(userAgent), std::string::npos) << userAgent;
 }
 
 // A host quits at any moment while its own threads read state and the library's threads work: with the usual timer,
@@ -221,6 +226,43 @@ TEST_F(HostTest, UnloadingAfterMaintainIsSafe) {
       RunHost({ORVISTELLE_LOADER, ORVISTELLE_SERVICE_LIBRARY, "300"}, Environment(20), 20s, dir_ / "out");
   EXPECT_EQ(loader.exitCode, 0) << loader.errors.substr(0, 2000);
   EXPECT_EQ(loader.output, "survived\n");
+}
+
+// The refreshes the backend has granted the user's live sessions, as its /dev page lists them; a revoked session is
+// gone from the list.
+int RefreshesGranted(int port, const std::string& email) {
+  httplib::Client client("127.0.0.1", port);
+  auto page = client.Get("/dev");
+  std::smatch row;
+  const std::regex cells("<td>" + email + "</td>(?:<td>[^<]*</td>){3}<td>([0-9]+)</td>");
+  return page && std::regex_search(page->body, row, cells) ? std::stoi(row[1]) : 0;
+}
+
+// Two hosts share one HOME and one session against a backend that revokes a session whose spent refresh token comes
+// back. With a 60 s access token every pass of each host is due to refresh; through the lock beside the session file
+// one refreshes at a time and the other adopts the answer, so the spent token is never presented.
+TEST_F(HostTest, TwoHostsSharingASessionNeverPresentASpentRefreshToken) {
+  backend_.reset();
+  StartBackend(60, 0);
+  WriteSignedInSession();
+  std::vector<HostResult> hosts(2);
+  std::vector<std::thread> running;
+  for (size_t i = 0; i < hosts.size(); ++i) {
+    const fs::path out = dir_ / ("out" + std::to_string(i));
+    fs::create_directory(out);
+    running.emplace_back([&, i, out] { hosts[i] = RunHost({ORVISTELLE_HOST, "run", "3000"}, Environment(50), 20s, out); });
+  }
+  for (std::thread& host : running) host.join();
+  int signOuts = 0;
+  for (const HostResult& host : hosts) {
+    EXPECT_EQ(host.exitCode, 0) << host.errors.substr(0, 2000);
+    for (size_t at = 0; (at = host.errors.find("session expired", at)) != std::string::npos; ++at) ++signOuts;
+    EXPECT_EQ(host.Values()["session"], "1");
+  }
+  const int refreshes = RefreshesGranted(backend_->Port(), "host@example.org");
+  std::cout << "two hosts, 3 s: " << refreshes << " refreshes, " << signOuts << " sign-outs\n";
+  EXPECT_EQ(signOuts, 0);
+  EXPECT_GE(refreshes, 4);
 }
 
 // Whatever lies at a state path, the host starts, reports and exits at once, as if no file were there.

@@ -178,7 +178,7 @@ struct DevBackend::Impl {
       return;
     }
     std::string token = body["refresh_token"].is_string() ? body["refresh_token"].get<std::string>() : "";
-    auto rotated = store->Rotate(token, Now());
+    auto rotated = store->Rotate(token, Now(), options.reuseIntervalSeconds);
     if (const auto* error = std::get_if<RotateError>(&rotated)) {
       SendJson(res, 400,
                *error == RotateError::kAlreadyUsed

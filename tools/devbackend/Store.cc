@@ -110,6 +110,9 @@ std::unique_ptr<Store> Store::Open(const std::filesystem::path& dataDir, std::st
     sqlite3_close(db);
     return nullptr;
   }
+  // Databases made before tokens recorded when they were spent gain the column; the error for one that has it is
+  // expected.
+  sqlite3_exec(db, "ALTER TABLE refresh_tokens ADD COLUMN spent_at REAL NOT NULL DEFAULT 0", nullptr, nullptr, nullptr);
   return std::unique_ptr<Store>(new Store(db));
 }
 
@@ -159,20 +162,30 @@ void Store::EndSession(const std::string& sessionId) {
   session.Bind(sessionId).Step();
 }
 
-std::variant<Grant, RotateError> Store::Rotate(const std::string& refreshToken, double now) {
+std::optional<std::string> Store::ActiveRefreshToken(const std::string& sessionId) {
+  Statement find(db_, "SELECT token FROM refresh_tokens WHERE session_id = ? AND spent = 0 ORDER BY created_at DESC");
+  if (!find.Bind(sessionId).Step()) return std::nullopt;
+  return find.Text(0);
+}
+
+std::variant<Grant, RotateError> Store::Rotate(const std::string& refreshToken, double now, double reuseInterval) {
   std::lock_guard lock(mutex_);
   Statement find(db_,
-                 "SELECT t.session_id, t.spent, u.id, u.email, u.created_at FROM refresh_tokens t "
+                 "SELECT t.session_id, t.spent, t.spent_at, u.id, u.email, u.created_at FROM refresh_tokens t "
                  "JOIN sessions s ON s.id = t.session_id JOIN users u ON u.id = s.user_id WHERE t.token = ?");
   if (!find.Bind(refreshToken).Step()) return RotateError::kNotFound;
   std::string sessionId = find.Text(0);
+  User user{find.Text(3), find.Text(4), find.Real(5)};
   if (find.Int(1) != 0) {
+    // Two clients of one device racing each other get the same successor; a token presented later is taken as
+    // stolen, and the whole session goes.
+    std::optional<std::string> active = ActiveRefreshToken(sessionId);
+    if (now - find.Real(2) < reuseInterval && active) return Grant{user, sessionId, *active};
     EndSession(sessionId);
     return RotateError::kAlreadyUsed;
   }
-  User user{find.Text(2), find.Text(3), find.Real(4)};
-  Statement spend(db_, "UPDATE refresh_tokens SET spent = 1 WHERE token = ?");
-  spend.Bind(refreshToken).Step();
+  Statement spend(db_, "UPDATE refresh_tokens SET spent = 1, spent_at = ? WHERE token = ?");
+  spend.Bind(now).Bind(refreshToken).Step();
   Statement touch(db_, "UPDATE sessions SET refreshed_at = ?, refresh_count = refresh_count + 1 WHERE id = ?");
   touch.Bind(now).Bind(sessionId).Step();
   return Grant{user, sessionId, IssueRefreshToken(sessionId, now)};

@@ -70,9 +70,10 @@ class Store {
   // Any e-mail signs in: an unknown one becomes a user with this password. Nothing when the password is wrong.
   std::optional<User> SignIn(const std::string& email, const std::string& password, double now);
   Grant StartSession(const User& user, double now);
-  // Spends the refresh token and hands out its successor. Presenting a spent token again ends its session, so
-  // that a stolen token and its rightful owner cannot both go on.
-  std::variant<Grant, RotateError> Rotate(const std::string& refreshToken, double now);
+  // Spends the refresh token and hands out its successor. A spent token presented again within `reuseInterval`
+  // seconds of its spending gets the session's current successor; later, it ends its session, so that a stolen
+  // token and its rightful owner cannot both go on.
+  std::variant<Grant, RotateError> Rotate(const std::string& refreshToken, double now, double reuseInterval);
   std::optional<User> UserOfSession(const std::string& sessionId);
   // Ends every session of the user; nothing when no user has this e-mail.
   std::optional<int> RevokeSessions(const std::string& email);
@@ -93,6 +94,7 @@ class Store {
   explicit Store(sqlite3* db);
   std::optional<User> FindUserByEmail(const std::string& email);
   std::string IssueRefreshToken(const std::string& sessionId, double now);
+  std::optional<std::string> ActiveRefreshToken(const std::string& sessionId);
   void EndSession(const std::string& sessionId);
   void DeleteExpiredRelays(double now);
 

@@ -1,4 +1,5 @@
-// orvistelle-devbackend [--port N] [--data-dir DIR] [--manifest FILE] [--token-lifetime SECONDS] | --help
+// orvistelle-devbackend [--port N] [--data-dir DIR] [--manifest FILE] [--token-lifetime SECONDS]
+//                       [--reuse-interval SECONDS] | --help
 // Serves the development backend on 127.0.0.1 until interrupted. Port 0 picks a free port; the first line printed
 // names the address in any case, so that scripts can wait for it.
 #include <csignal>
@@ -16,10 +17,13 @@ using orvistelle::devbackend::Options;
 
 constexpr char kUsage[] =
     "usage: orvistelle-devbackend [--port N] [--data-dir DIR] [--manifest FILE] [--token-lifetime SECONDS]\n"
+    "                             [--reuse-interval SECONDS]\n"
     "  --port            port on 127.0.0.1 (default 54321; 0 picks a free one)\n"
     "  --data-dir        where the SQLite database lives (default " ORVISTELLE_DEVBACKEND_DATA ")\n"
     "  --manifest        the update manifest served as latest.json (default " ORVISTELLE_DEVBACKEND_MANIFEST ")\n"
     "  --token-lifetime  access-token lifetime in seconds (default 3600); 120 shows a refresh within minutes\n"
+    "  --reuse-interval  seconds in which a spent refresh token still gets its successor (default 10); 0 revokes at\n"
+    "                    once\n"
     "  --help            this text\n";
 constexpr char kStopping[] =
     "Serves until interrupted (Ctrl+C or kill -TERM). What the app sent is listed at /dev; see README.md beside the\n"
@@ -49,6 +53,8 @@ std::optional<Options> ParseFlags(int argc, char** argv) {
       options.port = *number;
     } else if (flag == "--token-lifetime" && number && *number > 0) {
       options.accessTokenLifetimeSeconds = *number;
+    } else if (flag == "--reuse-interval" && number) {
+      options.reuseIntervalSeconds = *number;
     } else {
       return std::nullopt;
     }

@@ -181,7 +181,7 @@ std::string Language() {
 std::string BackendAnswer(const std::string& url) {
   platform::HttpRequest request;
   request.url = url;
-  request.timeout = 5s;
+  request.idle = 5s;
   request.wait = 6s;
   const platform::HttpResponse response = platform::HttpSend(request);
   return url + ": " + (response.status != 0 ? "answers (HTTP " + std::to_string(response.status) + ")" : "no answer");

@@ -117,10 +117,11 @@ class HostTest : public ::testing::Test {
 
   void WriteManifest(const std::string& text) { std::ofstream(dir_ / "latest.json") << text; }
 
-  // A host process's whole environment: the temporary folders, the backend, a short timer if asked, and the
+  // A host process's whole environment: the temporary folders (the home standing in for the user database's too), the backend, a short timer if asked, and the
   // sanitizer options of this process, never anything else of the caller's.
   std::vector<std::string> Environment(std::optional<int> timerMs = std::nullopt) const {
     std::vector<std::string> env = {"HOME=" + (dir_ / "home").string(),
+                                    "ORVISTELLE_DEV_HOME=" + (dir_ / "home").string(),
                                     "XDG_CONFIG_HOME=" + (dir_ / "config").string(),
                                     "XDG_DATA_HOME=" + (dir_ / "data").string(),
                                     "XDG_CACHE_HOME=" + (dir_ / "cache").string(),

@@ -2,21 +2,12 @@
    driven by its first argument. Every mode prints what it saw as "key=value" lines on stdout. */
 #define _GNU_SOURCE
 #include <pthread.h>
-#include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
 #include "orvistelle/FcpService.h"
-
-/* The library asks the user database for the home directory before $HOME. This host answers that the database has
-   no entry, so every state file lands under the temporary HOME its test gives it, never in the real home. */
-int getpwuid_r(uid_t uid, struct passwd* entry, char* buffer, size_t size, struct passwd** result) {
-  (void)uid, (void)entry, (void)buffer, (void)size;
-  *result = NULL;
-  return 0;
-}
 
 static void SleepMs(long ms) {
   struct timespec pause = {ms / 1000, (ms % 1000) * 1000000L};

@@ -2,17 +2,9 @@
    loader <library> <wait ms>. Loads, starts the services and unloads twice, then waits past the timer's next firing. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
-#include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
-
-/* As in host.c: no user-database home, so the state files stay under the test's HOME. */
-int getpwuid_r(uid_t uid, struct passwd* entry, char* buffer, size_t size, struct passwd** result) {
-  (void)uid, (void)entry, (void)buffer, (void)size;
-  *result = NULL;
-  return 0;
-}
 
 static int LoadMaintainUnload(const char* library) {
   void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);

@@ -1,5 +1,3 @@
-#include <map>
-
 #include "i18n/Language.h"
 #include "i18n/tests/I18nTestSupport.h"
 #include "orvistelle/BuildConfig.h"
@@ -28,31 +26,6 @@ TEST_F(LanguageTest, FirstPreferredTagPicksTheLanguage) {
     UseLanguage(4);  // a stale choice must not survive
     ApplyPreferred(tags);
     EXPECT_STREQ(FcpI18nLangCode(), code) << (tags.empty() ? "(none)" : tags[0]);
-  }
-}
-
-// The Linux host's list of preferred languages comes from the locale environment.
-TEST_F(LanguageTest, LocaleEnvironmentPicksTheLanguage) {
-  using Environment = std::map<std::string, std::string>;
-  const std::pair<Environment, const char*> cases[] = {
-      {{{"LANG", "zh_HK.UTF-8"}}, "zh-TW"},
-      {{{"LANG", "zh_CN.UTF-8"}}, "zh"},
-      {{{"LANG", "C"}}, "en"},
-      {{{"LANG", "POSIX"}}, "en"},
-      {{{"LANG", "C.UTF-8"}}, "en"},
-      {{}, "en"},
-      {{{"LANGUAGE", "ko:ja:de"}, {"LANG", "es_ES.UTF-8"}}, "ko"},
-      {{{"LANGUAGE", "fr:ja"}, {"LANG", "ja_JP.UTF-8"}}, "en"},
-      {{{"LC_ALL", "pt_PT.UTF-8@euro"}, {"LANG", "de_DE"}}, "pt"},
-      {{{"LC_MESSAGES", "de_CH.UTF-8"}, {"LANG", "ja_JP"}}, "de"}};
-  for (const auto& [variables, code] : cases) {
-    const Environment& environment = variables;
-    const std::optional<std::string> tag = platform::LanguageTagFromEnvironment([&](const char* name) {
-      auto found = environment.find(name);
-      return found == environment.end() ? nullptr : found->second.c_str();
-    });
-    ApplyPreferred(tag ? std::vector<std::string>{*tag} : std::vector<std::string>{});
-    EXPECT_STREQ(FcpI18nLangCode(), code) << tag.value_or("(none)");
   }
 }
 

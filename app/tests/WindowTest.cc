@@ -101,8 +101,12 @@ TEST_F(WindowTest, EveryViewHasItsFrameFontAndColour) {
   EXPECT_EQ(Text("versionLabel"), "Version 0.1.0");
   EXPECT_EQ(View<SymbolView>("hostStatusIcon")->symbol(), "");
   EXPECT_EQ(View<SymbolView>("hostStatusIcon")->tint(), Grey(0.5));
+  delegate_.styleActionButton(Button(), "Again", false);  // a restyle leaves no trace of the look before it
+  EXPECT_EQ(Button()->borderWidth(), 1.0);
+  delegate_.styleActionButton(Button(), "Set up for Final Cut", true);
   EXPECT_EQ(std::tuple(Button()->cornerRadius(), Button()->fill(), Button()->borderWidth()),
             std::tuple(8.0, QColor::fromRgbF(0.22, 0.47, 0.96), 0.0));
+  EXPECT_EQ(Button()->grab().toImage().pixelColor(6, 18).rgb(), QColor::fromRgbF(0.22, 0.47, 0.96).rgb());
   EXPECT_TRUE(View<ImageView>("appIcon")->image().isNull());  // no icon resource in this bundle
 }
 

@@ -102,7 +102,7 @@ TEST_F(WindowTest, EveryViewHasItsFrameFontAndColour) {
   EXPECT_EQ(View<SymbolView>("hostStatusIcon")->symbol(), "");
   EXPECT_EQ(View<SymbolView>("hostStatusIcon")->tint(), Grey(0.5));
   delegate_.styleActionButton(Button(), "Again", false);  // a restyle leaves no trace of the look before it
-  EXPECT_EQ(Button()->borderWidth(), 1.0);
+  EXPECT_EQ(std::tuple(Button()->fill(), Button()->borderWidth()), std::tuple(QColor::fromRgbF(1, 1, 1, 0.08), 1.0));
   delegate_.styleActionButton(Button(), "Set up for Final Cut", true);
   EXPECT_EQ(std::tuple(Button()->cornerRadius(), Button()->fill(), Button()->borderWidth()),
             std::tuple(8.0, QColor::fromRgbF(0.22, 0.47, 0.96), 0.0));

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 bash tools/bootstrap.sh
 jobs=$(nproc)
 
-stage() { printf '\n=== %s\n' "$*"; }
+stage() { printf '\n=== %s (at %d s)\n' "$*" "$SECONDS"; }
 
 stage "build: asan (tests and fuzz targets)"
 cmake --preset asan >/dev/null
@@ -32,3 +32,4 @@ ctest --preset fuzz
 
 stage "clang-tidy"
 bash tools/tidy.sh build/asan
+stage "all passed"

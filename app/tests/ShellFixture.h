@@ -7,9 +7,11 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <memory>
 #include <vector>
 
 #include "orvistelle/FcpI18n.h"
+#include "platform/linux/AppDatabase_linux.h"
 #include "platform/testing/FakePlatform.h"
 
 namespace orvistelle::shell::testing {
@@ -24,6 +26,26 @@ inline void WriteFile(const fs::path& path, const std::string& text) {
 inline std::string ReadFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+using Environment = std::map<std::string, std::string>;
+
+// The desktop's own application database, reading its variables from `environment` (which must outlive it).
+inline std::unique_ptr<platform::AppDatabase> XdgDatabase(const Environment& environment, const fs::path& tool) {
+  return platform::MakeXdgAppDatabase({[&environment](const char* name) -> const char* {
+                                         auto found = environment.find(name);
+                                         return found == environment.end() ? nullptr : found->second.c_str();
+                                       },
+                                       tool.string()});
+}
+
+// Gives the bundle what a desktop entry needs: an identifier, an executable name and an executable file.
+inline void MakeLaunchable(const fs::path& bundle, const fs::path& executable) {
+  WriteFile(bundle / "Contents/Info.plist",
+            "<plist><dict><key>CFBundleIdentifier</key><string>net.tarnwix.orvistelle.fcp</string>"
+            "<key>CFBundleExecutable</key><string>" + executable.filename().string() + "</string></dict></plist>");
+  if (!fs::exists(executable)) WriteFile(executable, "#!/bin/sh\n");
+  fs::permissions(executable, fs::perms::owner_all);
 }
 
 // Registration lists the bundle unless told not to; every call is recorded.

@@ -16,7 +16,8 @@ set(faults
   "msgstr \"Bereit\"|msgstr \"\"|shell.stateReady has no translation"
   "msgctxt \"nav.camera\"|msgctxt \"nav.kamera\"|nav.camera is missing"
   "msgid \"Ready\"|msgid \"Done\"|shell.stateReady translates \"Done\""
-  "msgctxt \"shell.stateMissing\"|#, fuzzy\nmsgctxt \"shell.stateMissing\"|shell.stateMissing is marked fuzzy")
+  "msgctxt \"shell.stateMissing\"|#, fuzzy\nmsgctxt \"shell.stateMissing\"|shell.stateMissing is marked fuzzy"
+  "msgctxt \"shell.stateReady\"\nmsgid|msgid|\"Ready\" has no key (msgctxt)")
 
 foreach(fault IN LISTS faults)
   string(REPLACE "|" ";" parts "${fault}")

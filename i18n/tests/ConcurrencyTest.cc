@@ -1,10 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "i18n/tests/I18nTestSupport.h"
 #include "orvistelle/BuildConfig.h"

@@ -16,6 +16,7 @@
 #include "auth/Files.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
@@ -213,8 +214,10 @@ int Report() {
             << "OS: " << OperatingSystem() << "\n"
             << "Language: " << Language() << "\n";
   PrintRows(shell::ProbeComponents());
-  std::cout << "Backend: " << BackendAnswer(std::string(config::kAuthURL) + "/auth/v1/user") << "\n"
-            << "Downloads: " << BackendAnswer(std::string(config::kDownloadURL) + "/orvistelle/vask/latest.json")
+  // The same bases the library itself uses, development overrides included.
+  const std::optional<std::string> devBase = platform::DevBackendBase();
+  std::cout << "Backend: " << BackendAnswer(devBase.value_or(config::kAuthURL) + "/auth/v1/user") << "\n"
+            << "Downloads: " << BackendAnswer(devBase.value_or(config::kDownloadURL) + "/orvistelle/vask/latest.json")
             << "\n";
   std::cout << "Last " << kReportLogLines << " log lines:\n";
   for (const std::string& line : platform::ReadDiagnosticsTail(platform::DiagnosticsLogPath(), kReportLogLines)) {

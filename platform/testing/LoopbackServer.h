@@ -36,8 +36,10 @@ class LoopbackServer {
       for (int i = 0; i < kWorkers; ++i) pool->enqueue([this] { workersStarted_.arrive_and_wait(); });
       return pool;
     };
-    // Stopping waits for idle kept-alive connections to time out.
-    server_.set_keep_alive_timeout(0);
+    // One request per connection, so that stopping never waits on an idle kept-alive one. The timeout is how long a
+    // fresh connection may take to send its request: a loaded machine can take well over the library's first look.
+    server_.set_keep_alive_max_count(1);
+    server_.set_keep_alive_timeout(2);
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     // stop() is ignored until the loop runs, and a test that forks must not catch a worker halfway through its

@@ -1,6 +1,6 @@
-# libFuzzer targets, built by the clang "fuzz" preset. Each runs in the test suite for ORVISTELLE_FUZZ_SECONDS,
+# libFuzzer targets, built in the clang "asan" tree next to the tests. Each runs in the test suite for ORVISTELLE_FUZZ_SECONDS,
 # starting from the seed corpus in <module>/fuzz/corpus/<name>/; new inputs it finds go to a scratch folder, not the repository.
-set(ORVISTELLE_FUZZ_SECONDS 15 CACHE STRING "How long each fuzz target runs inside ctest")
+set(ORVISTELLE_FUZZ_SECONDS 10 CACHE STRING "How long each fuzz target runs inside ctest")
 
 function(orvistelle_add_fuzzer name source)
   if(NOT ORVISTELLE_FUZZ)

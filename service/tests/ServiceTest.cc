@@ -2,7 +2,14 @@
 
 #include <string>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)  // gcc's
+#define ORVISTELLE_ALLOCATOR_STATISTICS 1
+#elif defined(__has_feature)  // clang's
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ORVISTELLE_ALLOCATOR_STATISTICS 1
+#endif
+#endif
+#ifdef ORVISTELLE_ALLOCATOR_STATISTICS
 // From the sanitizer runtime, whose headers Debian ships only with clang.
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
@@ -71,7 +78,7 @@ TEST_F(Service, ReturnedStringsStayValidAndUnchangedAfterTheValueChanges) {
 // A status that changes at every pass, as a server sending a new e-mail each time would make it, must not grow what
 // the library keeps for its hosts.
 TEST_F(Service, ReturnedStringsDoNotAccumulate) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef ORVISTELLE_ALLOCATOR_STATISTICS
   const auto before = static_cast<long long>(__sanitizer_get_current_allocated_bytes());
   for (int pass = 0; pass < 20000; ++pass) {
     auth::SetStatusText(std::to_string(pass) + std::string(200, '@'), false);

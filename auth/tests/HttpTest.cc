@@ -15,25 +15,17 @@ TEST_F(AuthTest, BackendSeesExactlyTheStandardHeaders) {
     Headers headers;  // Host aside
   };
   backend.Answer("/echo", Reply{201, "made"});
+  const Headers standard = {{"apikey", key}, {"authorization", "Bearer " + key}, {"accept", json}};
+  const Headers withBody = {{"apikey", "k"}, {"accept", json}, {"content-type", json}};
+  auto with = [](Headers headers, const std::string& name, const std::string& value) {
+    headers[name] = value;
+    return headers;
+  };
   for (const Case& c : std::vector<Case>{
-           {"", "", std::nullopt, {{"apikey", key}, {"authorization", "Bearer " + key}, {"accept", json}}},
-           {"user", "", std::nullopt, {{"apikey", key}, {"authorization", "Bearer user"}, {"accept", json}}},
-           {"",
-            "k",
-            R"({"a":1})",
-            {{"apikey", "k"},
-             {"authorization", "Bearer k"},
-             {"accept", json},
-             {"content-type", json},
-             {"content-length", "7"}}},
-           {"t",
-            "k",
-            "",
-            {{"apikey", "k"},
-             {"authorization", "Bearer t"},
-             {"accept", json},
-             {"content-type", json},
-             {"content-length", "0"}}}}) {
+           {"", "", std::nullopt, standard},
+           {"user", "", std::nullopt, with(standard, "authorization", "Bearer user")},
+           {"", "k", R"({"a":1})", with(with(withBody, "authorization", "Bearer k"), "content-length", "7")},
+           {"t", "k", "", with(with(withBody, "authorization", "Bearer t"), "content-length", "0")}}) {
     int64_t status = -1;
     std::string method = c.body ? "POST" : "GET";
     EXPECT_EQ(Http(method, backend.BaseURL() + "/echo?a=1&b=%20", c.bearer, c.body, c.apiKey, &status), "made");

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <map>
 
+#include "platform/DevOverrides.h"
 #include "platform/InfoPlist.h"
 #include "platform/Platform.h"
 #include "platform/linux/BundleLayout.h"
@@ -33,6 +34,30 @@ TEST(LanguageTag, PicksFirstNamedLocaleWithoutEncodingOrModifier) {
     };
     EXPECT_EQ(LanguageTagFromEnvironment(lookup), row.second) << row.second.value_or("none");
   }
+}
+
+// A development override is taken only in a form that cannot be mistaken; anything else leaves the built-in value.
+TEST(DevOverrides, TakeOnlyWellFormedValues) {
+  const struct {
+    const char* name;
+    const char* value;
+    bool taken;
+  } rows[] = {{"ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:5", true}, {"ORVISTELLE_DEV_BACKEND", "https://h", true},
+              {"ORVISTELLE_DEV_BACKEND", "ftp://h", false},          {"ORVISTELLE_DEV_BACKEND", "http://h/", false},
+              {"ORVISTELLE_DEV_BACKEND", "http://h x", false},       {"ORVISTELLE_DEV_BACKEND", "", false},
+              {"ORVISTELLE_DEV_TIMER_MS", "1", true},                {"ORVISTELLE_DEV_TIMER_MS", "3600000", true},
+              {"ORVISTELLE_DEV_TIMER_MS", "0", false},               {"ORVISTELLE_DEV_TIMER_MS", "3600001", false},
+              {"ORVISTELLE_DEV_TIMER_MS", "5x", false},              {"ORVISTELLE_DEV_HOME", "/tmp/h", true},
+              {"ORVISTELLE_DEV_HOME", "tmp/h", false}};
+  for (const auto& row : rows) {
+    setenv(row.name, row.value, 1);
+    const bool taken = DevBackendBase() || DevTimerPeriod() || DevHomeDirectory();
+    EXPECT_EQ(taken, row.taken) << row.name << "=" << row.value;
+    unsetenv(row.name);
+  }
+  setenv("ORVISTELLE_DEV_TIMER_MS", "250", 1);
+  EXPECT_EQ(DevTimerPeriod(), std::chrono::milliseconds(250));
+  unsetenv("ORVISTELLE_DEV_TIMER_MS");
 }
 
 TEST(InfoPlist, ReadsStringValuesAndSkipsOthersOfADictionaryOnly) {

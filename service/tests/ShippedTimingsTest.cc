@@ -2,6 +2,8 @@
 
 #include "auth/AuthTesting.h"
 #include "auth/Http.h"
+#include "platform/DiagnosticsLog.h"
+#include "platform/StateFile.h"
 #include "update/Manifest.h"
 
 namespace orvistelle {
@@ -9,11 +11,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The timings the product ships with, asserted once here: every other test runs them faster.
+// The timings and limits the product ships with, asserted once here: every other test runs them faster or smaller.
 TEST(ShippedTimings, AreTheBuiltInOnes) {
   const auth::AuthSettings settings = auth::ProductionSettings();
   const auto backend = auth::BackendRequest("GET", "http://127.0.0.1/", "", {}, "");
-  const platform::HttpRequest manifest = update::ManifestRequest("http://127.0.0.1/latest.json");
+  const platform::HttpRequest manifest = update::ManifestRequest("http://127.0.0.1/latest.json"), plain;
   ASSERT_TRUE(backend);
   const struct {
     const char* name;
@@ -26,10 +28,17 @@ TEST(ShippedTimings, AreTheBuiltInOnes) {
       {"backend wait", backend->wait, 22s},
       {"manifest silence", manifest.idle, 12s},
       {"manifest wait", manifest.wait, 14s},
+      {"default silence", plain.idle, 20s},
+      {"default wait", plain.wait, 22s},
   };
   for (const auto& row : rows) EXPECT_EQ(row.actual, row.shipped) << row.name;
   EXPECT_EQ(backend->sameOriginRedirects, 0);  // a token or body is never re-sent after a redirect
   EXPECT_EQ(manifest.sameOriginRedirects, 3);
+  EXPECT_EQ(plain.sameOriginRedirects, 0);
+  const std::pair<size_t, size_t> limits[] = {{platform::kMaxResponseBytes, 8u << 20},
+                                              {platform::kStateFileLimit, 64u << 10},
+                                              {platform::kDiagnosticsLogLimit, 256u << 10}};
+  for (const auto& [limit, shipped] : limits) EXPECT_EQ(limit, shipped);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "auth/AuthTesting.h"
 #include "auth/Json.h"
 #include "auth/Session.h"
 
@@ -15,19 +16,6 @@ using namespace orvistelle::auth;
 
 void Require(bool holds) {
   if (!holds) std::abort();
-}
-
-std::string Base64Url(std::string_view bytes) {
-  static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-  std::string text;
-  for (size_t i = 0; i < bytes.size(); i += 3) {
-    uint32_t group = static_cast<uint32_t>(static_cast<uint8_t>(bytes[i])) << 16;
-    if (i + 1 < bytes.size()) group |= static_cast<uint32_t>(static_cast<uint8_t>(bytes[i + 1])) << 8;
-    if (i + 2 < bytes.size()) group |= static_cast<uint8_t>(bytes[i + 2]);
-    size_t characters = std::min<size_t>(4, bytes.size() - i + 1);
-    for (size_t j = 0; j < characters; ++j) text += kAlphabet[(group >> (18 - 6 * j)) & 63];
-  }
-  return text;
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // The bytes as the session file the loader meets, and through the JSON readers every state file and answer goes
 // through. A session that loads must come back unchanged after a save.
-#include <stdlib.h>
-
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +12,7 @@
 #include "auth/Json.h"
 #include "auth/Session.h"
 #include "platform/Platform.h"
+#include "platform/testing/FakePlatform.h"
 
 namespace {
 
@@ -25,22 +24,7 @@ void Require(bool holds) {
 }
 
 // A home folder of the run's own, made once and removed at exit: the real one is never read or written.
-class ScratchHome final : public platform::Home {
- public:
-  ScratchHome() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "session-fuzz-XXXXXX").string();
-    Require(mkdtemp(pattern.data()) != nullptr);
-    path_ = pattern;
-  }
-  std::string FromUserDatabase() override { return path_; }
-  std::string Directory() override { return path_; }
-  const std::string& Path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-ScratchHome* gHome = nullptr;
+platform::testing::TempDir* gTemp = nullptr;
 
 void CheckJsonReaders(const std::string& bytes) {
   std::optional<Json> value = ParseJson(bytes);
@@ -79,13 +63,10 @@ void CheckSessionFile(const std::string& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  gHome = new ScratchHome;
-  platform::Seam<platform::Home>::Override(gHome);
+  gTemp = new platform::testing::TempDir;
+  platform::Seam<platform::Home>::Override(new platform::testing::FakeHome(gTemp->path().string()));
   EnsureDir();
-  std::atexit([] {
-    std::error_code ignored;
-    std::filesystem::remove_all(gHome->Path(), ignored);
-  });
+  std::atexit([] { delete gTemp; });
   return 0;
 }
 

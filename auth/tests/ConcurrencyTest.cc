@@ -17,16 +17,10 @@ TEST_F(AuthTest, PublicFunctionsMayBeCalledFromAnyThread) {
   backend.Answer("/auth/v1/user", Reply{200, R"({"email":"u@x.y"})"});
   backend.Answer("/auth/v1/token", Reply{200, Dump({{"access_token", Jwt({{"exp", clock.Now() + 30}})}})});
   UseSettings([](AuthSettings& settings) { settings.timerFirstDelay = settings.timerPeriod = 3ms; });
-  std::vector<std::function<void()>> calls = {FcpAuthMaintain,
-                                              FcpAuthLogin,
-                                              FcpAuthLogout,
-                                              FcpAuthOpenSite,
-                                              FcpAuthOpenSignup,
-                                              [] { FcpAuthHasSession(); },
-                                              [] { FcpAuthBusy(); },
-                                              [] { FcpAuthStatus(); },
-                                              [] { FcpAuthStatusIsError(); },
-                                              [] { FcpAuthEmail(); }};
+  std::vector<std::function<void()>> calls = {
+      FcpAuthMaintain,          FcpAuthLogin,           FcpAuthLogout,          FcpAuthOpenSite,
+      FcpAuthOpenSignup,        [] { FcpAuthHasSession(); }, [] { FcpAuthBusy(); }, [] { FcpAuthStatus(); },
+      [] { FcpAuthStatusIsError(); }, [] { FcpAuthEmail(); }};
   std::vector<std::thread> threads;
   for (size_t t = 0; t < 8; ++t) {
     threads.emplace_back([&calls, t] {

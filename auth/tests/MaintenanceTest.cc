@@ -136,6 +136,20 @@ TEST_F(Maintenance, FollowsTheSessionFileThatAnotherProcessWrites) {
   EXPECT_EQ(Status(), "Signed out");
 }
 
+// A pass that finds this process's refresh in flight skips its own rather than wait, and still shows the account.
+TEST_F(Maintenance, APassDuringARefreshSkipsItsOwn) {
+  backend.Answer(kToken, Held(Reply{503}));
+  SignedIn(clock.Now());
+  std::thread pass(RefreshIfNeeded);
+  ASSERT_TRUE(WaitUntil([&] { return Refreshes() == 1; }));
+  SetStatusKey("auth.notSignedIn", false);
+  RefreshIfNeeded();
+  EXPECT_EQ(Status(), "e@x.y");
+  release = true;
+  pass.join();
+  EXPECT_EQ(Refreshes(), 1u);
+}
+
 TEST_F(Maintenance, ErrorStatusStaysUntilAnExplicitAction) {
   SignedIn(clock.Now() + 3600);
   SetStatusKey("auth.timeoutRetry", true);
@@ -145,8 +159,10 @@ TEST_F(Maintenance, ErrorStatusStaysUntilAnExplicitAction) {
 
 TEST_F(Maintenance, StartsOnceWithOneImmediatePass) {
   FcpAuthMaintain();
-  FcpAuthMaintain();
   EXPECT_EQ(Status(), "Not signed in");
+  FcpAuthLogout();
+  FcpAuthMaintain();  // reloads nothing, restarts nothing
+  EXPECT_EQ(Status(), "Signed out");
   ASSERT_TRUE(WaitUntil([&] { return Read("fcp-heartbeat-day.txt").has_value(); }));
   std::this_thread::sleep_for(50ms);
   EXPECT_EQ(backend.Seen("/console/v1/plugin/heartbeat").size(), 1u);

@@ -33,6 +33,7 @@ TEST_F(SignIn, RelayDeliversTheSession) {
     return Polls() < 3 ? Reply{200, "[]"} : Row({{"access_token", access}, {"refresh_token", "r"}, {"x", 1}});
   });
   FcpAuthLogin();
+  FcpAuthMaintain();  // the sign-in has started the maintenance already: nothing is reloaded
   EXPECT_EQ(Status() + (FcpAuthBusy() ? " (busy)" : ""), "Browser opened. Come back after you sign in. (busy)");
   EXPECT_EQ(browser.Snapshot(), std::vector{std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=" + FlowId()});
   EXPECT_TRUE(

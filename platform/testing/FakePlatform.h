@@ -67,48 +67,47 @@ class FakeClock final : public Clock {
   std::atomic<double> now_;
 };
 
+// A value that any thread may read or replace.
+template <class T>
+class Guarded {
+ public:
+  explicit Guarded(T value = {}) : value_(std::move(value)) {}
+  T Get() const {
+    std::lock_guard guard(lock_);
+    return value_;
+  }
+  void Set(T value) {
+    std::lock_guard guard(lock_);
+    value_ = std::move(value);
+  }
+
+ private:
+  mutable std::mutex lock_;
+  T value_;
+};
+
 // One folder for both answers, unless the user database is told to record another (or none: "").
 class FakeHome final : public Home {
  public:
   explicit FakeHome(std::string directory = "") : directory_(std::move(directory)) {}
-  std::string FromUserDatabase() override {
-    std::lock_guard guard(lock_);
-    return userDatabase_.value_or(directory_);
-  }
-  std::string Directory() override {
-    std::lock_guard guard(lock_);
-    return directory_;
-  }
-  void SetDirectory(std::string directory) {
-    std::lock_guard guard(lock_);
-    directory_ = std::move(directory);
-  }
-  void SetUserDatabase(std::string directory) {
-    std::lock_guard guard(lock_);
-    userDatabase_ = std::move(directory);
-  }
+  std::string FromUserDatabase() override { return userDatabase_.Get().value_or(directory_.Get()); }
+  std::string Directory() override { return directory_.Get(); }
+  void SetDirectory(std::string directory) { directory_.Set(std::move(directory)); }
+  void SetUserDatabase(std::string directory) { userDatabase_.Set(std::move(directory)); }
 
  private:
-  std::mutex lock_;
-  std::string directory_;
-  std::optional<std::string> userDatabase_;
+  Guarded<std::string> directory_;
+  Guarded<std::optional<std::string>> userDatabase_;
 };
 
 class FakeLanguages final : public Languages {
  public:
   explicit FakeLanguages(std::vector<std::string> tags = {}) : tags_(std::move(tags)) {}
-  std::vector<std::string> Preferred() override {
-    std::lock_guard guard(lock_);
-    return tags_;
-  }
-  void SetPreferred(std::vector<std::string> tags) {
-    std::lock_guard guard(lock_);
-    tags_ = std::move(tags);
-  }
+  std::vector<std::string> Preferred() override { return tags_.Get(); }
+  void SetPreferred(std::vector<std::string> tags) { tags_.Set(std::move(tags)); }
 
  private:
-  std::mutex lock_;
-  std::vector<std::string> tags_;
+  Guarded<std::vector<std::string>> tags_;
 };
 
 // A bundle nowhere, with no Info, until a test places it and fills it in.

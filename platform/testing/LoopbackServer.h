@@ -115,39 +115,32 @@ inline void ReadRequest(int socket) {
 
 using Behaviour = std::function<void(int socket)>;
 
-inline Behaviour ResetMidBody() {
-  return [](int socket) {
+// Reads the request, sends `text`, and closes with a reset when asked, else in order.
+inline Behaviour Replying(std::string text, bool reset = false) {
+  return [text, reset](int socket) {
     ReadRequest(socket);
-    SendText(socket, "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 4000\r\n\r\n{\"hosts\":");
+    SendText(socket, text);
     linger hard{1, 0};  // closing now sends a reset instead of an orderly end
-    setsockopt(socket, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+    if (reset) setsockopt(socket, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
   };
+}
+
+inline Behaviour ResetMidBody() {
+  return Replying("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 4000\r\n\r\n{\"hosts\":", true);
 }
 
 inline Behaviour HtmlServerError() {
-  return [](int socket) {
-    ReadRequest(socket);
-    const std::string page = "<!DOCTYPE html><html><head><title>500 Internal Server Error</title></head>"
-                             "<body><h1>Internal Server Error</h1></body></html>";
-    SendText(socket, "HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/html\r\nConnection: close\r\n"
-                     "Content-Length: " + std::to_string(page.size()) + "\r\n\r\n" + page);
-  };
+  const std::string page = "<!DOCTYPE html><html><head><title>500 Internal Server Error</title></head>"
+                           "<body><h1>Internal Server Error</h1></body></html>";
+  return Replying("HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/html\r\nConnection: close\r\n"
+                  "Content-Length: " + std::to_string(page.size()) + "\r\n\r\n" + page);
 }
 
-inline Behaviour RedirectTo(std::string location) {
-  return [location](int socket) {
-    ReadRequest(socket);
-    SendText(socket,
-             "HTTP/1.1 302 Found\r\nLocation: " + location + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-  };
+inline Behaviour RedirectTo(const std::string& location) {
+  return Replying("HTTP/1.1 302 Found\r\nLocation: " + location + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
 }
 
-inline Behaviour NotHttp() {
-  return [](int socket) {
-    ReadRequest(socket);
-    SendText(socket, "SSH-2.0-OpenSSH_9.2p1\r\n");
-  };
-}
+inline Behaviour NotHttp() { return Replying("SSH-2.0-OpenSSH_9.2p1\r\n"); }
 
 // An answer without a length that runs past any sensible size: 100 MB unless the client gives up first.
 inline Behaviour Flood() {

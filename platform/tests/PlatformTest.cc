@@ -8,6 +8,7 @@
 #include <fstream>
 #include <map>
 
+#include "platform/DevOverrides.h"
 #include "platform/InfoPlist.h"
 #include "platform/Platform.h"
 #include "platform/linux/BundleLayout.h"
@@ -16,37 +17,50 @@
 namespace orvistelle::platform {
 namespace {
 
-struct EnvCase {
-  std::map<std::string, std::string> env;
-  std::optional<std::string> tag;
-};
-
-class LanguageTagTest : public ::testing::TestWithParam<EnvCase> {};
-
-TEST_P(LanguageTagTest, PicksFirstNamedLocaleWithoutEncodingOrModifier) {
-  const EnvCase& c = GetParam();
-  auto lookup = [&c](const char* name) -> const char* {
-    auto found = c.env.find(name);
-    return found == c.env.end() ? nullptr : found->second.c_str();
-  };
-  EXPECT_EQ(LanguageTagFromEnvironment(lookup), c.tag);
+TEST(LanguageTag, PicksFirstNamedLocaleWithoutEncodingOrModifier) {
+  using Environment = std::map<std::string, std::string>;
+  const std::pair<Environment, std::optional<std::string>> rows[] = {
+      {{}, std::nullopt}, {{{"LANG", ""}}, std::nullopt}, {{{"LANG", "C"}}, std::nullopt},
+      {{{"LANG", "POSIX"}}, std::nullopt}, {{{"LANG", "C.UTF-8"}}, std::nullopt},
+      {{{"LANG", "zh_HK.UTF-8"}}, "zh_HK"}, {{{"LANG", "de_DE.UTF-8@euro"}}, "de_DE"},
+      {{{"LANG", "sr_RS@latin"}}, "sr_RS"}, {{{"LANGUAGE", "pt_PT:pt:en"}, {"LANG", "de_DE.UTF-8"}}, "pt_PT"},
+      {{{"LANGUAGE", ":ja"}, {"LANG", "ko_KR.UTF-8"}}, "ko_KR"},
+      {{{"LC_ALL", "ja_JP.UTF-8"}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "de_DE"}}, "ja_JP"},
+      {{{"LC_ALL", ""}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "de_DE"}}, "fr_FR"}, {{{"LANGUAGE", "ZH_tw"}}, "ZH_tw"}};
+  for (const auto& row : rows) {
+    auto lookup = [&environment = row.first](const char* name) -> const char* {
+      auto found = environment.find(name);
+      return found == environment.end() ? nullptr : found->second.c_str();
+    };
+    EXPECT_EQ(LanguageTagFromEnvironment(lookup), row.second) << row.second.value_or("none");
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Environments, LanguageTagTest,
-    ::testing::Values(
-        EnvCase{{}, std::nullopt}, EnvCase{{{"LANG", ""}}, std::nullopt},
-        EnvCase{{{"LANG", "C"}}, std::nullopt}, EnvCase{{{"LANG", "POSIX"}}, std::nullopt},
-        EnvCase{{{"LANG", "C.UTF-8"}}, std::nullopt},
-        EnvCase{{{"LANG", "zh_HK.UTF-8"}}, "zh_HK"}, EnvCase{{{"LANG", "de_DE.UTF-8@euro"}}, "de_DE"},
-        EnvCase{{{"LANG", "sr_RS@latin"}}, "sr_RS"},
-        EnvCase{{{"LANGUAGE", "pt_PT:pt:en"}, {"LANG", "de_DE.UTF-8"}}, "pt_PT"},
-        EnvCase{{{"LANGUAGE", ":ja"}, {"LANG", "ko_KR.UTF-8"}}, "ko_KR"},
-        EnvCase{{{"LC_ALL", "ja_JP.UTF-8"}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "de_DE"}}, "ja_JP"},
-        EnvCase{{{"LC_ALL", ""}, {"LC_MESSAGES", "fr_FR"}, {"LANG", "de_DE"}}, "fr_FR"},
-        EnvCase{{{"LANGUAGE", "ZH_tw"}}, "ZH_tw"}));
+// A development override is taken only in a form that cannot be mistaken; anything else leaves the built-in value.
+TEST(DevOverrides, TakeOnlyWellFormedValues) {
+  const struct {
+    const char* name;
+    const char* value;
+    bool taken;
+  } rows[] = {{"ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:5", true}, {"ORVISTELLE_DEV_BACKEND", "https://h", true},
+              {"ORVISTELLE_DEV_BACKEND", "ftp://h", false},          {"ORVISTELLE_DEV_BACKEND", "http://h/", false},
+              {"ORVISTELLE_DEV_BACKEND", "http://h x", false},       {"ORVISTELLE_DEV_BACKEND", "", false},
+              {"ORVISTELLE_DEV_TIMER_MS", "1", true},                {"ORVISTELLE_DEV_TIMER_MS", "3600000", true},
+              {"ORVISTELLE_DEV_TIMER_MS", "0", false},               {"ORVISTELLE_DEV_TIMER_MS", "3600001", false},
+              {"ORVISTELLE_DEV_TIMER_MS", "5x", false},              {"ORVISTELLE_DEV_HOME", "/tmp/h", true},
+              {"ORVISTELLE_DEV_HOME", "tmp/h", false}};
+  for (const auto& row : rows) {
+    setenv(row.name, row.value, 1);
+    const bool taken = DevBackendBase() || DevTimerPeriod() || DevHomeDirectory();
+    EXPECT_EQ(taken, row.taken) << row.name << "=" << row.value;
+    unsetenv(row.name);
+  }
+  setenv("ORVISTELLE_DEV_TIMER_MS", "250", 1);
+  EXPECT_EQ(DevTimerPeriod(), std::chrono::milliseconds(250));
+  unsetenv("ORVISTELLE_DEV_TIMER_MS");
+}
 
-TEST(InfoPlist, ReadsStringValuesAndSkipsOthers) {
+TEST(InfoPlist, ReadsStringValuesAndSkipsOthersOfADictionaryOnly) {
   auto info = ParseInfoPlist(R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">
@@ -65,9 +79,7 @@ TEST(InfoPlist, ReadsStringValuesAndSkipsOthers) {
   EXPECT_EQ(info->at("Empty"), "");
   EXPECT_FALSE(info->count("LSUIElement"));
   EXPECT_FALSE(info->count("Inner"));
-}
-
-TEST(InfoPlist, RejectsWhatIsNotAPropertyListDictionary) {
+  // What is not a property list dictionary is refused whole.
   for (const char* text : {"", "not xml", "<plist><array/></plist>", "<plist><dict><key>a</key>",
                            "<plist><dict><key>a</key><string>b</dict></plist>",
                            "<plist><dict><key>a</key><string>&bogus;</string></dict></plist>",
@@ -96,12 +108,6 @@ TEST(BundleLayout, AnyFolderWithContentsInfoIsABundle) {
   }
 }
 
-}  // namespace
-}  // namespace orvistelle::platform
-
-namespace orvistelle::platform {
-namespace {
-
 // Replaces PATH for one test so that the real xdg-open is never reached.
 class ScopedPath {
  public:
@@ -114,6 +120,7 @@ class ScopedPath {
   std::string saved_;
 };
 
+// The URL reaches the opener as one argument, never through a shell; a missing opener is logged, not fatal.
 TEST(Browser, PassesTheUrlAsOneArgumentWithoutAShell) {
   testing::TempDir temp;
   const std::string dir = temp.path().string();
@@ -123,25 +130,22 @@ TEST(Browser, PassesTheUrlAsOneArgumentWithoutAShell) {
     script << "#!/bin/sh\nprintf '%s\\n' \"$#\" \"$1\" > '" << out << ".tmp' && mv '" << out << ".tmp' '" << out << "'\n";
   }
   chmod((dir + "/xdg-open").c_str(), 0755);
-  ScopedPath path(dir + ":/usr/bin:/bin");
   const std::string url = "http://127.0.0.1/sign-in?a=1&b=$(touch " + dir + "/pwned);x";
-  Browser::Default().Open(url);
-
+  {
+    ScopedPath path(dir + ":/usr/bin:/bin");
+    Browser::Default().Open(url);
+  }
   for (int i = 0; i < 200 && access(out.c_str(), F_OK) != 0; ++i) usleep(10000);
   std::ifstream written(out);
   std::string count, argument;
   std::getline(written, count);
   std::getline(written, argument);
-  EXPECT_EQ(count, "1");
-  EXPECT_EQ(argument, url);
+  EXPECT_EQ(count + " " + argument, "1 " + url);
   EXPECT_NE(access((dir + "/pwned").c_str(), F_OK), 0);
-}
 
-TEST(Browser, MissingOpenerIsLoggedNotFatal) {
   testing::RecordingLog log;
   ScopedSeam<SystemLog> guard(&log);
-  testing::TempDir emptyFolder;
-  ScopedPath path(emptyFolder.path().string());
+  ScopedPath path((temp.path() / "nowhere").string());
   Browser::Default().Open("http://127.0.0.1/");
   const std::vector<std::string> lines = log.Snapshot();
   ASSERT_EQ(lines.size(), 1u);

@@ -5,6 +5,9 @@
 #include <thread>
 
 #include "orvistelle/FcpUpdate.h"
+#include "platform/testing/FaultInjection.h"
+#include "platform/testing/LoopbackServer.h"
+#include "update/DismissalFile.h"
 #include "update/UpdateTesting.h"
 #include "update/tests/TestSupport.h"
 
@@ -13,6 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using nlohmann::json;
+namespace fault = platform::fault;
 
 constexpr double kSixHours = 21600.0;
 constexpr char kZipPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
@@ -111,48 +115,45 @@ TEST_F(UpdateCheck, EveryFailureKeepsTheLastGoodAnswer) {
     EXPECT_TRUE(FcpUpdateSoftAvailable());
     EXPECT_EQ(FcpUpdateDownloadURL(), "https://example.test/get/orvistelle-1.2.0.zip");
   }
-  SetDownloadBaseURLForTesting(testing::kRefusingBaseURL);
-  CheckLater();
-  EXPECT_EQ(fakes.log.Take(), std::vector<std::string>{"[Orvistelle] update check failed (0)"});
-  EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
+  for (const fault::Misbehaviour& peerFault :
+       {fault::Misbehaviour{"refused", nullptr, 0}, {"reset mid-body", fault::ResetMidBody, 0},
+        {"500 with an HTML page", fault::HtmlServerError, 500}, {"not HTTP", fault::NotHttp, 0},
+        {"redirect to a file", [] { return fault::RedirectTo("file:///etc/passwd"); }, 0},
+        {"100 MB without a length", fault::Flood, 0}}) {
+    std::optional<fault::RawPeer> peer;
+    if (peerFault.make) peer.emplace(peerFault.make());
+    SetDownloadBaseURLForTesting(peer ? peer->BaseURL() : testing::kRefusingBaseURL);
+    CheckLater();
+    EXPECT_EQ(fakes.log.Take(), std::vector<std::string>{"[Orvistelle] update check failed (" +
+                                                         std::to_string(peerFault.status) + ")"}) << peerFault.name;
+    EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0") << peerFault.name;
+    EXPECT_TRUE(FcpUpdateSoftAvailable()) << peerFault.name;
+  }
 }
 
-struct Offer {
-  std::optional<std::string> installed;
-  std::string version;
-  std::string forceBelow;
-  bool forced;
-  bool soft;
-};
-
-void PrintTo(const Offer& offer, std::ostream* out) {
-  *out << offer.installed.value_or("none") << " of " << offer.version << " force below " << offer.forceBelow;
+TEST_F(UpdateCheck, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
+  const struct {
+    std::optional<std::string> installed;
+    std::string version, forceBelow;
+    bool forced, soft;
+  } offers[] = {{"1.0.0", "1.2.0", "1.1.0", true, false}, {"1.1.5", "1.2.0", "1.1.0", false, true},
+                {"1.1.0", "1.2.0", "1.1.0", false, true}, {"1.2.0", "1.2.0", "1.3.0", true, false},
+                {"1.3.0", "1.2.0", "", false, false},     {"v1.2", "1.2.0", "", false, false},
+                {std::nullopt, "0.0.1", "", false, true}, {std::nullopt, "", "0.1", true, false}};
+  for (const auto& offer : offers) {
+    fakes.bundle.SetInfo("CFBundleShortVersionString", offer.installed);
+    server.Answer(200, Manifest(offer.version, offer.forceBelow));
+    CheckLater();
+    EXPECT_EQ(FcpUpdateForced(), offer.forced) << offer.installed.value_or("none") << " of " << offer.version;
+    EXPECT_EQ(FcpUpdateSoftAvailable(), offer.soft) << offer.installed.value_or("none") << " of " << offer.version;
+  }
 }
-
-class UpdateOffer : public UpdateCheck, public ::testing::WithParamInterface<Offer> {};
-
-TEST_P(UpdateOffer, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
-  const Offer& offer = GetParam();
-  fakes.bundle.SetInfo("CFBundleShortVersionString", offer.installed);
-  server.Answer(200, Manifest(offer.version, offer.forceBelow));
-  Check();
-  EXPECT_EQ(FcpUpdateForced(), offer.forced);
-  EXPECT_EQ(FcpUpdateSoftAvailable(), offer.soft);
-}
-
-INSTANTIATE_TEST_SUITE_P(Combinations, UpdateOffer,
-                         ::testing::Values(Offer{"1.0.0", "1.2.0", "1.1.0", true, false},
-                                           Offer{"1.1.5", "1.2.0", "1.1.0", false, true},
-                                           Offer{"1.1.0", "1.2.0", "1.1.0", false, true},
-                                           Offer{"1.2.0", "1.2.0", "1.3.0", true, false},
-                                           Offer{"1.3.0", "1.2.0", "", false, false},
-                                           Offer{"v1.2", "1.2.0", "", false, false},
-                                           Offer{std::nullopt, "0.0.1", "", false, true},
-                                           Offer{std::nullopt, "", "0.1", true, false}));
 
 TEST_F(UpdateCheck, DismissalHidesThatVersionForADayAndANewerOneAtOnceNot) {
+  FcpUpdateDismissSoft();  // before any manifest: matches nothing
   server.Answer(200, Manifest("1.2.0", "1.0.0"));
   Check();
+  EXPECT_TRUE(FcpUpdateSoftAvailable());
   FcpUpdateDismissSoft();
   EXPECT_FALSE(FcpUpdateSoftAvailable());
   fakes.clock.Advance(86399.9);
@@ -163,13 +164,6 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADayAndANewerOneAtOnceNot) {
   FcpUpdateDismissSoft();
   server.Answer(200, Manifest("1.2.1", "1.0.0"));
   CheckLater();
-  EXPECT_TRUE(FcpUpdateSoftAvailable());
-}
-
-TEST_F(UpdateCheck, DismissalBeforeAnyManifestMatchesNothing) {
-  FcpUpdateDismissSoft();
-  server.Answer(200, Manifest("1.2.0", ""));
-  Check();
   EXPECT_TRUE(FcpUpdateSoftAvailable());
 }
 
@@ -209,6 +203,29 @@ TEST_F(UpdateCheck, StaleOrMalformedDismissalFilesHideNothing) {
   EXPECT_FALSE(FcpUpdateSoftAvailable());
 }
 
+// Whatever stands in the way of the file, the dismissal holds for this run, nothing is reported and the obstacle
+// stays as it was.
+TEST_F(UpdateCheck, UnwritableDismissalStillHoldsInMemory) {
+  server.Answer(200, Manifest("1.2.0", ""));
+  namespace fs = std::filesystem;
+  for (bool supportFolderIsAFile : {true, false}) {
+    fs::remove_all(fakes.homeFolder.path() / "Library");
+    CheckLater();
+    fs::create_directories(fs::path(SupportDir()).parent_path());
+    if (supportFolderIsAFile) {
+      std::ofstream(SupportDir()) << "not a folder";
+    } else {
+      fs::create_directories(fs::path(DismissPath()) / "kept");
+    }
+    auto before = fault::Snapshot(fakes.home.Directory());
+    fakes.log.Take();
+    FcpUpdateDismissSoft();
+    EXPECT_FALSE(FcpUpdateSoftAvailable()) << supportFolderIsAFile;
+    EXPECT_TRUE(fakes.log.Take().empty()) << supportFolderIsAFile;
+    EXPECT_EQ(fault::Snapshot(fakes.home.Directory()), before) << supportFolderIsAFile;
+  }
+}
+
 TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedWebUrlToTheBrowser) {
   FcpUpdateOpenDownload();
   server.Answer(200, Manifest(json{{"version", "1.2.0"}, {"download_macos", "https://example.test/a b.zip"}}));
@@ -226,18 +243,27 @@ TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedWebUrlToTheBrowser) {
                                                               "https://example.test/get/orvistelle-1.2.0.zip"}));
 }
 
+// The check runs aside: while the server hangs, the host is neither kept waiting nor shown anything new, and no
+// second check starts.
 TEST_F(UpdateCheck, QuickCallsStartOneCheckEvenWhenTheFirstOutlastsTheInterval) {
+  server.Answer(200, Manifest("1.1.9", ""));
+  Check();
   server.Answer(200, Manifest("1.2.0", ""));
   server.Hold();
+  fakes.clock.Advance(kSixHours);
+  auto started = std::chrono::steady_clock::now();
   FcpUpdateMaintain();
   FcpUpdateMaintain();
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 2s);  // not the 12 s of the manifest's limit
+  EXPECT_FALSE(WaitForCheckForTesting(50ms));
+  EXPECT_EQ(FcpUpdateLatestVersion(), "1.1.9");
   fakes.clock.Advance(kSixHours);
   std::vector<std::thread> callers;
   for (int i = 0; i < 8; ++i) callers.emplace_back(FcpUpdateMaintain);
   for (std::thread& caller : callers) caller.join();
   server.Release();
   ASSERT_TRUE(WaitForCheckForTesting(20s));
-  EXPECT_EQ(server.Requests(), 1);
+  EXPECT_EQ(server.Requests(), 2);
   EXPECT_EQ(FcpUpdateLatestVersion(), "1.2.0");
 }
 

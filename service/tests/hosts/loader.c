@@ -27,6 +27,6 @@ int main(int argc, char** argv) {
   long ms = strtol(argv[2], NULL, 10);
   struct timespec pause = {ms / 1000, (ms % 1000) * 1000000L};
   nanosleep(&pause, NULL);
-  puts("survived");
+  puts("survived=1");
   return 0;
 }

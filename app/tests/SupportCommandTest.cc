@@ -1,24 +1,17 @@
 // orvistelle-fcp run as a child process, with a home, state and data folder of its own, against the built bundle.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <nlohmann/json.hpp>
 
 #include "app/Probes.h"
 #include "app/cli/SupportCommand.h"
 #include "app/tests/ShellFixture.h"
+#include "platform/testing/ChildProcess.h"
 #include "orvistelle/BuildConfig.h"
 #include "platform/DiagnosticsLog.h"
 
 namespace orvistelle::shell::testing {
 namespace {
 
-struct Outcome {
-  int exit = -1;
-  std::string out;
-  std::string err;
-};
+using Outcome = platform::testing::ChildRun;
 
 class SupportCommand : public ::testing::Test {
  protected:
@@ -32,27 +25,7 @@ class SupportCommand : public ::testing::Test {
     for (const char* inherited : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
       if (const char* value = std::getenv(inherited)) environment.push_back(std::string(inherited) + "=" + value);
     }
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, 1, (root() / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&files, 2, (root() / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    pid_t child = 0;
-    int status = 0;
-    Outcome outcome;
-    if (posix_spawn(&child, words[0].c_str(), &files, nullptr, Pointers(words).data(), Pointers(environment).data()) ==
-            0 &&
-        waitpid(child, &status, 0) == child && WIFEXITED(status)) {
-      outcome = {WEXITSTATUS(status), ReadFile(root() / "out"), ReadFile(root() / "err")};
-    }
-    posix_spawn_file_actions_destroy(&files);
-    return outcome;
-  }
-
-  static std::vector<char*> Pointers(std::vector<std::string>& words) {
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    return pointers;
+    return platform::testing::RunChild(std::move(words), std::move(environment), root(), std::chrono::seconds(60));
   }
 
   const fs::path& root() const { return temp_.path(); }
@@ -75,7 +48,7 @@ class SupportCommandUsage : public SupportCommand, public ::testing::WithParamIn
 TEST_P(SupportCommandUsage, ExitCodeAndWhereTheTextGoes) {
   const UsageCase& c = GetParam();
   Outcome outcome = Run(c.arguments);
-  EXPECT_EQ(outcome.exit, c.exit);
+  EXPECT_EQ(outcome.exitCode, c.exit);
   EXPECT_EQ(outcome.out.substr(0, c.out.size()), c.out);
   EXPECT_EQ(outcome.err.substr(0, c.err.size()), c.err);
 }
@@ -99,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
   Outcome before = Run({"status", "--json"});
-  EXPECT_EQ(before.exit, 1);
+  EXPECT_EQ(before.exitCode, 1);
   nlohmann::json status = nlohmann::json::parse(before.out, nullptr, false);
   for (const char* part : {"host", "service", "template"}) {
     EXPECT_TRUE(status[part]["ready"].is_boolean()) << part;
@@ -109,11 +82,11 @@ TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
   EXPECT_EQ(status["template"]["path"], (Home() / kInstalledTemplate).string());
 
   EXPECT_EQ(Run({"setup"}).out, "Setup complete. Restart Final Cut Pro to see the effect.\n");
-  EXPECT_EQ(Run({"status"}).exit, 0);
+  EXPECT_EQ(Run({"status"}).exitCode, 0);
   EXPECT_TRUE(fs::exists(DataHome() / "applications/net.tarnwix.orvistelle.fcp.desktop"));
 
   Outcome report = Run({"diagnose"});
-  EXPECT_EQ(report.exit, 0);
+  EXPECT_EQ(report.exitCode, 0);
   for (const std::string& line :
        {std::string("\nApp version: ") + config::kVersion + "\n", std::string("\nLibrary version: ") + config::kVersion,
         std::string("\nTemplate: same as this app's copy\n"), "\nLog file: " + LogFile().string() + "\n",

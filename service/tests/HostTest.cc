@@ -1,10 +1,7 @@
 // The shared library as plug-in hosts meet it: C programs in a fake plug-in bundle (hosts/), run as child processes
 // with a temporary HOME and XDG folders, against the development backend on loopback.
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -20,6 +17,7 @@
 #include <thread>
 
 #include "orvistelle/BuildConfig.h"
+#include "platform/testing/ChildProcess.h"
 #include "platform/testing/FakePlatform.h"
 #include "tools/devbackend/DevBackend.h"
 
@@ -32,11 +30,6 @@ namespace fs = std::filesystem;
 using Milliseconds = std::chrono::milliseconds;
 const std::string kHost = ORVISTELLE_HOST;
 
-std::string ReadWhole(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 struct Outcome {
   int exitCode = -1;  // -1 when a signal ended it
   int signal = 0;
@@ -47,35 +40,12 @@ struct Outcome {
 
 // Runs argv with exactly the environment given, and SIGKILLs it once `limit` has passed.
 Outcome Spawn(std::vector<std::string> argv, std::vector<std::string> env, Milliseconds limit, const fs::path& outDir) {
-  std::vector<char*> args, vars;
-  for (auto* list : {&argv, &env}) {
-    auto& pointers = list == &argv ? args : vars;
-    for (auto& item : *list) pointers.push_back(item.data());
-    pointers.push_back(nullptr);
-  }
-  const fs::path out = outDir / "host.out", err = outDir / "host.err";
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  pid_t child = 0;
-  Outcome run;
-  const int spawned = posix_spawn(&child, args[0], &actions, nullptr, args.data(), vars.data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return run;
-  int status = 0;
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (waitpid(child, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() >= deadline) kill(child, SIGKILL);
-    std::this_thread::sleep_for(1ms);
-  }
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  std::istringstream lines(ReadWhole(out));
+  const platform::testing::ChildRun child = platform::testing::RunChild(std::move(argv), std::move(env), outDir, limit);
+  Outcome run{child.exitCode, child.signal, {}, child.err};
+  std::istringstream lines(child.out);
   for (std::string line; std::getline(lines, line);) {
     if (size_t equals = line.find('='); equals != std::string::npos) run.values[line.substr(0, equals)] = line.substr(equals + 1);
   }
-  run.errors = ReadWhole(err);
   return run;
 }
 
@@ -149,7 +119,7 @@ class HostTest : public ::testing::Test {
   }
 
   json Read(const std::string& name) const {
-    json state = json::parse(ReadWhole(State(name)), nullptr, false);
+    json state = json::parse(platform::testing::ReadWholeFile(State(name)), nullptr, false);
     return state.is_object() ? state : json::object();
   }
 
@@ -260,7 +230,7 @@ TEST_F(HostTest, SavesReplaceTheStateFileWithAPrivateOne) {
       EXPECT_TRUE(S_ISREG(info.st_mode)) << file << linked;
       EXPECT_EQ(info.st_mode & 0777, 0600u) << file << linked;
       EXPECT_EQ(Read(file)[session ? "email" : "version"], session ? "host@example.org" : "1.3.0") << file << linked;
-      if (linked) EXPECT_EQ(ReadWhole(outside), before) << file;
+      if (linked) EXPECT_EQ(platform::testing::ReadWholeFile(outside), before) << file;
     }
   }
 }

@@ -1,123 +1,227 @@
+// The service library in this process, and as plug-in hosts meet it: C programs in a fake plug-in bundle (hosts/),
+// run as child processes with a scratch home. Both against the development backend on loopback.
+#include <malloc.h>
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
-#include <string>
+#include <nlohmann/json.hpp>
 
-#include <malloc.h>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)  // gcc's
-#define ORVISTELLE_SANITIZER_ALLOCATOR 1
-#elif defined(__has_feature)  // clang's
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ORVISTELLE_SANITIZER_ALLOCATOR 1
-#endif
-#endif
-#ifdef ORVISTELLE_SANITIZER_ALLOCATOR
-// From the sanitizer runtime, whose headers Debian ships only with clang.
-extern "C" size_t __sanitizer_get_current_allocated_bytes();
-long long AllocatedBytes() { return static_cast<long long>(__sanitizer_get_current_allocated_bytes()); }
-#else
-long long AllocatedBytes() { return static_cast<long long>(mallinfo2().uordblks); }
-#endif
+#include <fstream>
+#include <functional>
+#include <thread>
 
 #include "auth/AuthTesting.h"
 #include "auth/Status.h"
+#include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
 #include "orvistelle/FcpService.h"
 #include "orvistelle/FcpUpdate.h"
+#include "platform/testing/ChildProcess.h"
+#include "tools/devbackend/DevBackend.h"
 #include "update/UpdateTesting.h"
 #include "update/tests/TestSupport.h"
 
-extern "C" const char* CallEveryServiceFunctionFromC(void);
+// Under a sanitizer the allocator is the sanitizer's own, which glibc's figures do not see.
+extern "C" [[gnu::weak]] size_t __sanitizer_get_current_allocated_bytes();
 
 namespace orvistelle {
 namespace {
 
 using namespace std::chrono_literals;
+using nlohmann::json;
+namespace fs = std::filesystem;
+using platform::testing::ReadWholeFile;
 
-// Both modules against loopback, with sign-in polls a millisecond apart; every module is reset afterwards.
+long long AllocatedBytes() {
+  if (__sanitizer_get_current_allocated_bytes != nullptr) return __sanitizer_get_current_allocated_bytes();
+  return mallinfo2().uordblks;
+}
+
 class Service : public ::testing::Test {
  protected:
-  void SetUp() override {
-    update::ResetForTesting();
-    update::SetDownloadBaseURLForTesting(server.BaseURL());
-    auth::AuthSettings settings = auth::ProductionSettings();
-    settings.authBaseURL = settings.apiBaseURL = server.BaseURL();
-    settings.pollInterval = 1ms;
-    auth::SetAuthSettingsForTesting(settings);
-    fakes.bundle.SetInfo("CFBundleShortVersionString", "1.0.0");
-  }
-  void TearDown() override {
-    server.Release();
-    auth::ResetAuthForTesting();
-    update::ResetForTesting();
+  // `tokenSeconds` is the access tokens' lifetime, `reuseSeconds` how long a spent refresh token still works.
+  void StartBackend(int tokenSeconds = 3600, double reuseSeconds = 10) {
+    std::ofstream(dir_ / "latest.json") << R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"1.1.0"}}})";
+    backend_.reset();
+    backend_ = std::make_unique<devbackend::DevBackend>(
+        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", tokenSeconds, nullptr, reuseSeconds});
+    std::string error;
+    ASSERT_TRUE(backend_->Start(&error)) << error;
   }
 
-  void LoadManifest(const std::string& version, const std::string& forceBelow) {
-    server.Answer(200, R"({"hosts":{"fcp":{"version":")" + version + R"(","force_below":")" + forceBelow + "\"}}}");
-    FcpUpdateMaintain();  // not the account maintenance, whose background pass would log and set the status
-    ASSERT_TRUE(update::WaitForCheckForTesting(20s));
+  // What a host printed, then "exit=<code>" or "exit=signal <number>", then its errors. Nothing of this process's
+  // environment reaches the host but the thread checker's options.
+  std::string Host(std::vector<std::string> argv, std::optional<int> timerMs, const fs::path& out) const {
+    std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + backend_->BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
+                                    "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string()};
+    if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
+    // A host may exit at any moment, while the library is starting one of its detached threads.
+    env.push_back("TSAN_OPTIONS=report_thread_leaks=0:" + std::string(std::getenv("TSAN_OPTIONS") ?: ""));
+    if (argv[0][0] != '/') argv.insert(argv.begin(), ORVISTELLE_HOST);
+    fs::create_directories(out);
+    const auto child = platform::testing::RunChild(std::move(argv), std::move(env), out, 20s);
+    const std::string code = std::to_string(child.signal != 0 ? child.signal : child.exitCode);
+    return "\n" + child.out + "exit=" + (child.signal != 0 ? "signal " : "") + code + "\n" + child.err;
   }
 
-  testing::FakeSystem fakes;
-  testing::ManifestServer server;
+  fs::path State(const std::string& name) const { return home_ / "Library/Application Support/Orvistelle" / name; }
+
+  // A user signed in through the development site's form, as the relay hands the session out but without the
+  // e-mail, so that the first pass fetches it and saves.
+  std::string SignedInSession() {
+    httplib::Client client("127.0.0.1", backend_->Port());
+    const std::string flow = "0b7c2a34-6d1e-4f4a-9a53-" + std::to_string(100000000000 + ++flows_);
+    client.Post("/site/sign-in", httplib::Params{{"email", "host@example.org"}, {"password", "p"}, {"flowId", flow}});
+    auto relay = client.Get("/rest/v1/auth_relay?id=eq." + flow + "&select=session_payload",
+                            {{"apikey", config::kPublicApiKey}});
+    json session = json::parse(relay ? relay->body : "", nullptr, false)[0]["session_payload"];
+    session["email"] = "";
+    return session.dump();
+  }
+
+  platform::testing::TempDir temp_;
+  const fs::path dir_ = temp_.path(), home_ = dir_ / "home";
+  std::unique_ptr<devbackend::DevBackend> backend_;
+  unsigned flows_ = 0;
 };
 
-TEST_F(Service, EveryFunctionIsCallableFromC) {
-  EXPECT_STREQ(CallEveryServiceFunctionFromC(), "");
-  // The sign-in page, the five other pages and the download.
-  EXPECT_EQ(fakes.browser.Snapshot().size(), 7u);
-}
-
-TEST_F(Service, ReturnedStringsStayValidAndUnchangedAfterTheValueChanges) {
-  const char* before = FcpServiceStatus();
-  const std::string copy = before;
+// A build below "force_below" neither signs in nor says so, while signing out still works; once recent enough, it
+// signs in and opens every page. Strings handed out stay unchanged when the value changes, a value seen again comes
+// back as the same string, and one that changes at every pass does not grow what the library keeps.
+TEST_F(Service, InThisProcess) {
+  testing::FakeSystem fakes;
+  fakes.bundle.SetInfo("CFBundleShortVersionString", "1.0.0");
+  StartBackend();
+  auth::AuthSettings settings = auth::ProductionSettings();
+  settings.authBaseURL = settings.apiBaseURL = backend_->BaseURL();
+  auth::SetAuthSettingsForTesting(settings);
+  update::SetDownloadBaseURLForTesting(backend_->BaseURL());
+  FcpUpdateMaintain();
+  ASSERT_TRUE(update::WaitForCheckForTesting(20s) && FcpServiceUpdateForced());
+  auth::SetStatusText("first", true);
+  const char* first = FcpServiceStatus();
+  FcpServiceLogin();
+  EXPECT_TRUE(fakes.browser.Snapshot().empty() && !FcpServiceBusy() && FcpServiceStatusIsError());
   FcpServiceLogout();
   EXPECT_EQ(FcpServiceStatus(), FcpT("auth.signedOut"));
-  EXPECT_EQ(before, copy);
-  auth::SetStatusText(copy, false);  // a value seen before comes back as the same string
-  EXPECT_EQ(FcpServiceStatus(), before);
-  LoadManifest("1.2.0", "");
-  const char* latest = FcpServiceUpdateLatestVersion();
-  EXPECT_STREQ(latest, "1.2.0");
-  EXPECT_EQ(FcpServiceUpdateLatestVersion(), latest);
-}
-
-// A status that changes at every pass, as a server sending a new e-mail each time would make it, must not grow what
-// the library keeps for its hosts.
-TEST_F(Service, ReturnedStringsDoNotAccumulate) {
+  auth::SetStatusText("first", false);
+  EXPECT_EQ(FcpServiceStatus(), first);
+  EXPECT_STREQ(first, "first");
+  fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.0");
+  for (auto open : {FcpServiceLogin, FcpServiceOpenSignUp, FcpServiceOpenDocs, FcpServiceOpenTerms,
+                    FcpServiceOpenPrivacy, FcpServiceOpenSite, FcpServiceUpdateOpenDownload}) {
+    const size_t opened = fakes.browser.Snapshot().size();
+    open();
+    EXPECT_EQ(fakes.browser.Snapshot().size(), opened + 1);
+  }
+  EXPECT_TRUE(FcpServiceBusy() && FcpServiceUpdateSoftAvailable());
+  FcpServiceUpdateDismissSoft();
+  EXPECT_FALSE(FcpServiceUpdateSoftAvailable());
   const long long before = AllocatedBytes();
   for (int pass = 0; pass < 20000; ++pass) {
     auth::SetStatusText(std::to_string(pass) + std::string(200, '@'), false);
     FcpServiceStatus();
   }
   EXPECT_LT(AllocatedBytes() - before, 1 << 20);
+  auth::ResetAuthForTesting();
+  update::ResetForTesting();
 }
 
-TEST_F(Service, LoginDoesNothingWhileAnUpdateIsRequiredButLogoutStillWorks) {
-  LoadManifest("1.2.0", "1.1.0");
-  ASSERT_TRUE(FcpServiceUpdateForced());
-  fakes.log.Take();
-  const std::string status = FcpServiceStatus();
-  FcpServiceLogin();
-  EXPECT_TRUE(fakes.browser.Snapshot().empty());
-  EXPECT_EQ(FcpServiceStatus(), status);
-  EXPECT_FALSE(FcpServiceBusy());
-  EXPECT_TRUE(fakes.log.Take().empty());
-  FcpServiceLogout();
-  EXPECT_EQ(FcpServiceStatus(), FcpT("auth.signedOut"));
+// `hosts` hosts run side by side, `runs` times, each on the state `arrange` lays out; each must print every line of
+// `expected`, its exit included, and `check` holds after each run.
+struct Row {
+  const char* what;
+  std::function<void()> arrange;
+  std::vector<std::string> argv;
+  std::vector<std::string> expected;
+  std::function<void()> check = [] {};
+  std::optional<int> timerMs = {};
+  int runs = 1, hosts = 1;
+};
 
-  fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.0");
-  FcpServiceLogin();
-  EXPECT_EQ(fakes.browser.Snapshot().size(), 1u);
-}
-
-TEST_F(Service, RepeatedMaintainStartsOneUpdateCheck) {
-  server.Hold();
-  FcpServiceMaintain();
-  FcpServiceMaintain();
-  server.Release();
-  ASSERT_TRUE(update::WaitForCheckForTesting(20s));
-  EXPECT_EQ(server.Requests(), 1);
+TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
+  const std::string session = "fcp-session.json", dismissal = "fcp-update-dismiss.json", outside = dir_ / "outside";
+  const std::string stale = "." + session + ".stale1", young = "." + session + ".young1", laid = R"({"version":"1"})";
+  const auto signedIn = [&] {
+    std::ofstream(State(session)) << SignedInSession();
+    fs::permissions(State(session), fs::perms(0644));  // as if left readable by others
+    std::ofstream(outside) << laid;
+    fs::create_symlink(outside, State(dismissal));
+    std::ofstream(State(stale)) << "{";
+    fs::last_write_time(State(stale), fs::file_time_type::clock::now() - 2min);  // not a save under way any more
+    std::ofstream(State(young)) << "{";
+  };
+  // Saves replaced the file readable by others and the link with private files, and left the link's target alone.
+  const auto saved = [&] {
+    for (const auto& [name, key, value] : {std::tuple(session, "email", "host@example.org"),
+                                           std::tuple(dismissal, "version", "1.3.0")}) {
+      const fs::file_status status = fs::symlink_status(State(name));
+      EXPECT_TRUE(fs::is_regular_file(status) && status.permissions() == fs::perms(0600)) << name;
+      EXPECT_EQ(json::parse(ReadWholeFile(State(name)), nullptr, false)[key], value) << name;
+    }
+    EXPECT_TRUE(ReadWholeFile(outside) == laid && !fs::exists(State(stale)) && fs::exists(State(young)));
+    const std::string agent = std::string("orvistelle-host/120 orvistelle/") + config::kVersion + " (Linux)";
+    EXPECT_NE(httplib::Client("127.0.0.1", backend_->Port()).Get("/dev")->body.find(agent), std::string::npos);
+    EXPECT_TRUE(fs::exists(home_ / ".local/state/orvistelle/orvistelle.log"));
+  };
+  const auto refreshed = [&] {
+    const json saved = json::parse(ReadWholeFile(State(session)), nullptr, false);
+    for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
+  };
+  const std::string version = std::string("=") + config::kVersion, padding(64 * 1024, ' ');
+  const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
+  const Row rows[] = {
+      {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
+       {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
+        "version" + version, "headers" + version}, saved},
+      {"a folder at the dismissal", [&] { fs::create_directory(State(dismissal)); }, {"report"}, absent},
+      {"a folder at the session", [&] { fs::create_directory(State(session)); }, {"report"}, absent},
+      {"a pipe at the dismissal", [&] { mkfifo(State(dismissal).c_str(), 0600); }, {"report"}, absent},
+      {"a pipe at the session", [&] { mkfifo(State(session).c_str(), 0600); }, {"report"}, absent},
+      {"an endless session", [&] { fs::create_symlink("/dev/zero", State(session)); }, {"report"}, absent},
+      {"an oversized session",
+       [&] { std::ofstream(State(session)) << json{{"access_token", "a"}, {"refresh_token", "r"}} << padding; },
+       {"report"}, absent},
+      {"returning from main", [] {}, {"exit", "20000"}, ok, [] {}, {}, 8},
+      {"returning from main, the timer firing every millisecond", [] {}, {"exit", "20000"}, ok, [] {}, 1, 8},
+      {"unloading the library twice", [] {}, {ORVISTELLE_LOADER}, ok, [] {}, 20},
+      // With tokens this short every pass refreshes and saves.
+      {"a kill during saves",
+       [&] {
+         StartBackend(30);
+         std::ofstream(State(session)) << SignedInSession();
+       },
+       {"kill", "400000"}, {"exit=signal 9"}, refreshed, 1, 10},
+      // Each pass of each host is due to refresh, against a backend that revokes a session whose spent refresh token
+      // comes back: through the lock beside the session file one refreshes at a time and the other adopts the answer.
+      {"two hosts on one session",
+       [&] {
+         StartBackend(60, 0);
+         std::ofstream(State(session)) << SignedInSession();
+       },
+       {"report", "3000"}, {"exit=0", "session=1"}, refreshed, 50, 1, 2},
+  };
+  for (const Row& row : rows) {
+    for (int run = 0; run < row.runs; ++run) {
+      StartBackend();
+      fs::remove_all(dir_ / "home");
+      fs::create_directories(State(""));
+      row.arrange();
+      std::vector<std::string> seen(row.hosts);
+      std::vector<std::thread> hosts;
+      for (int i = 0; i < row.hosts; ++i) {
+        hosts.emplace_back([&, i] { seen[i] = Host(row.argv, row.timerMs, dir_ / ("out" + std::to_string(i))); });
+      }
+      for (std::thread& host : hosts) host.join();
+      for (const std::string& host : seen) {
+        for (const std::string& line : row.expected) {
+          EXPECT_NE(host.find("\n" + line + "\n"), std::string::npos) << row.what << ": " << line << "\n" << host;
+        }
+      }
+      row.check();
+    }
+  }
 }
 
 }  // namespace

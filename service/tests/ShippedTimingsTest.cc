@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "auth/AuthTesting.h"
 #include "auth/Http.h"
 #include "platform/DiagnosticsLog.h"
@@ -17,28 +19,17 @@ TEST(ShippedTimings, AreTheBuiltInOnes) {
   const auto backend = auth::BackendRequest("GET", "http://127.0.0.1/", "", {}, "");
   const platform::HttpRequest manifest = update::ManifestRequest("http://127.0.0.1/latest.json"), plain;
   ASSERT_TRUE(backend);
-  const struct {
-    const char* name;
-    std::chrono::milliseconds actual, shipped;
-  } rows[] = {
-      {"sign-in poll interval", settings.pollInterval, 1s},
-      {"first maintenance pass", settings.timerFirstDelay, 30s},
-      {"maintenance period", settings.timerPeriod, 30s},
-      {"backend silence", backend->idle, 20s},
-      {"backend wait", backend->wait, 22s},
-      {"manifest silence", manifest.idle, 12s},
-      {"manifest wait", manifest.wait, 14s},
-      {"default silence", plain.idle, 20s},
-      {"default wait", plain.wait, 22s},
-  };
-  for (const auto& row : rows) EXPECT_EQ(row.actual, row.shipped) << row.name;
-  EXPECT_EQ(backend->sameOriginRedirects, 0);  // a token or body is never re-sent after a redirect
-  EXPECT_EQ(manifest.sameOriginRedirects, 3);
-  EXPECT_EQ(plain.sameOriginRedirects, 0);
-  const std::pair<size_t, size_t> limits[] = {{platform::kMaxResponseBytes, 8u << 20},
-                                              {platform::kStateFileLimit, 64u << 10},
-                                              {platform::kDiagnosticsLogLimit, 256u << 10}};
-  for (const auto& [limit, shipped] : limits) EXPECT_EQ(limit, shipped);
+  // The sign-in polls, then the first maintenance pass and the period of the next ones.
+  EXPECT_EQ(std::tuple(settings.pollInterval, settings.timerFirstDelay, settings.timerPeriod),
+            std::tuple(1s, 30s, 30s));
+  // Per kind of request: the silence and the whole wait it gives up after, and the redirects it follows. A token or
+  // a body is never re-sent after a redirect.
+  EXPECT_EQ(std::tuple(backend->idle, backend->wait, backend->sameOriginRedirects), std::tuple(20s, 22s, 0));
+  EXPECT_EQ(std::tuple(manifest.idle, manifest.wait, manifest.sameOriginRedirects), std::tuple(12s, 14s, 3));
+  EXPECT_EQ(std::tuple(plain.idle, plain.wait, plain.sameOriginRedirects), std::tuple(20s, 22s, 0));
+  // The largest response, state file and support log.
+  EXPECT_EQ(std::tuple(platform::kMaxResponseBytes, platform::kStateFileLimit, platform::kDiagnosticsLogLimit),
+            std::tuple(8u << 20, 64u << 10, 256u << 10));
 }
 
 }  // namespace

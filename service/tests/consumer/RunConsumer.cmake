@@ -42,10 +42,8 @@ expect("Shared library: [liborvistelle-service.so.${SONAME_MAJOR}]")
 run(ldd "${program}")
 expect("liborvistelle-service.so.${SONAME_MAJOR} => ${prefix}/")
 run("${program}")
-expect("version=${VERSION} headers=${VERSION}")
-expect("status=Not signed in error=0 busy=0")
-expect("email=[]")
-expect("forced=0 soft=0 latest=[] notes=[]")
+expect("version=${VERSION}\nheaders=${VERSION}\nstatus=Not signed in\nerror=0\nbusy=0\nemail=\n")
+expect("forced=0\nsoft=0\nlatest=\nnotes=\n")
 set(seen "${output}")
 
 # The same program built without CMake, with the flags from the installed pkg-config file.
@@ -53,7 +51,7 @@ file(GLOB pcdir "${prefix}/lib*/pkgconfig")
 run(${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${pcdir}" pkg-config --cflags --libs orvistelle-service)
 separate_arguments(pcflags UNIX_COMMAND "${output}")
 separate_arguments(link_flags UNIX_COMMAND "${link_flags}")
-run(${C_COMPILER} ${link_flags} "${CMAKE_CURRENT_LIST_DIR}/main.c" ${pcflags} "-Wl,-rpath,${pcdir}/.."
+run(${C_COMPILER} ${link_flags} "${CMAKE_CURRENT_LIST_DIR}/../hosts/host.c" ${pcflags} "-Wl,-rpath,${pcdir}/.."
   -o "${WORK_DIR}/pc_consumer")
 run("${WORK_DIR}/pc_consumer")
 if(NOT output STREQUAL seen)

@@ -1,22 +1,17 @@
-/* A plug-in host as the harness runs it: linked to liborvistelle-service.so, living in a fake plug-in bundle, and
-   driven by its arguments. It prints what it saw as "key=value" lines on stdout.
-     report            starts the services, lets them settle (manifest in, a held session's e-mail known) and reports
-     dismiss           as report, putting the offered update off before reporting
-     run <ms>          starts the services, lets them work for that long and reports; the harness may kill it meanwhile
-     exit-race <µs>    threads keep reading state while main returns that long after starting the services */
+/* A plug-in host, strict C99, linked to liborvistelle-service.so by the functions' C names; it prints what it saw
+   as "key=value" lines. With no mode it reports the state of a fresh process at once. "report <ms>" starts the
+   services, waits for the manifest and a held session's e-mail, then <ms> more; "dismiss <ms>" also puts the
+   offered update off. "exit <µs>" returns from main, while four threads read state, and "kill <µs>" SIGKILLs
+   itself, at a random moment up to that long after starting the services. */
 #define _GNU_SOURCE
 #include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
+#include <unistd.h>
 
 #include "orvistelle/FcpService.h"
-
-static void SleepMicros(long micros) {
-  struct timespec pause = {micros / 1000000, (micros % 1000000) * 1000L};
-  nanosleep(&pause, NULL);
-}
 
 static void* ReadStateForever(void* unused) {
   for (;;) {
@@ -30,34 +25,36 @@ static void* ReadStateForever(void* unused) {
   return unused;
 }
 
+static void Settle(void) {
+  for (int tries = 0; tries < 1000; ++tries) {
+    int emailDue = FcpServiceHasSession() && FcpServiceEmail()[0] == '\0';
+    if (FcpServiceUpdateLatestVersion()[0] != '\0' && !emailDue) return;
+    usleep(5000);
+  }
+}
+
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "";
-  long number = argc > 2 ? strtol(argv[2], NULL, 10) : 0;
-  for (int i = 0; strcmp(mode, "exit-race") == 0 && i < 4; ++i) {
+  const long number = argc > 2 ? strtol(argv[2], NULL, 10) : 0;
+  srand((unsigned)getpid());
+  for (int i = 0; strcmp(mode, "exit") == 0 && i < 4; ++i) {
     pthread_t reader;
     if (pthread_create(&reader, NULL, ReadStateForever, NULL) == 0) pthread_detach(reader);
   }
-  FcpServiceMaintain();
-  if (strcmp(mode, "exit-race") == 0) {
-    SleepMicros(number);
+  if (argc > 1) FcpServiceMaintain();
+  if (strcmp(mode, "exit") == 0 || strcmp(mode, "kill") == 0) {
+    usleep(rand() % number);
+    if (strcmp(mode, "kill") == 0) raise(SIGKILL);
     return 0;
   }
-  if (strcmp(mode, "run") == 0) {
-    SleepMicros(number * 1000);
-  } else if (strcmp(mode, "report") == 0 || strcmp(mode, "dismiss") == 0) {
-    for (long waited = 0; waited < 5000; waited += 5) {
-      int emailDue = FcpServiceHasSession() && FcpServiceEmail()[0] == '\0';
-      if (FcpServiceUpdateLatestVersion()[0] != '\0' && !emailDue) break;
-      SleepMicros(5000);
-    }
-    if (strcmp(mode, "dismiss") == 0) FcpServiceUpdateDismissSoft();
-  } else {
-    fprintf(stderr, "usage: %s report|dismiss|run <ms>|exit-race <µs>\n", argv[0]);
-    return 2;
-  }
-  printf("version=%s\nheaders=%s\n", FcpServiceVersion(), ORVISTELLE_VERSION_STRING);
-  printf("forced=%d\nsoft=%d\nlatest=%s\nstatus=%s\nerror=%d\nemail=%s\nsession=%d\n", FcpServiceUpdateForced(),
-         FcpServiceUpdateSoftAvailable(), FcpServiceUpdateLatestVersion(), FcpServiceStatus(),
-         FcpServiceStatusIsError(), FcpServiceEmail(), FcpServiceHasSession());
+  if (argc > 1) Settle();
+  if (strcmp(mode, "dismiss") == 0) FcpServiceUpdateDismissSoft();
+  usleep(number * 1000);
+  printf("version=%s\nheaders=%s\nstatus=%s\nerror=%d\nbusy=%d\nemail=%s\n", FcpServiceVersion(),
+         ORVISTELLE_VERSION_STRING, FcpServiceStatus(), FcpServiceStatusIsError(), FcpServiceBusy(), FcpServiceEmail());
+  printf("forced=%d\nsoft=%d\nlatest=%s\nnotes=%s\n", FcpServiceUpdateForced(), FcpServiceUpdateSoftAvailable(),
+         FcpServiceUpdateLatestVersion(), FcpServiceUpdateNotes());
+  /* A fresh process leaves the session file alone: where the installed package is checked, it is the user's. */
+  if (argc > 1) printf("session=%d\n", FcpServiceHasSession());
   return 0;
 }

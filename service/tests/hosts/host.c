@@ -1,8 +1,6 @@
-/* A plug-in host, strict C99, linked to liborvistelle-service.so by the functions' C names; it prints what it saw
-   as "key=value" lines. With no mode it reports the state of a fresh process at once. "report <ms>" starts the
-   services, waits for the manifest and a held session's e-mail, then <ms> more; "dismiss <ms>" also puts the
-   offered update off. "exit <µs>" returns from main, while four threads read state, and "kill <µs>" SIGKILLs
-   itself, at a random moment up to that long after starting the services. */
+/* A plug-in host linked to liborvistelle-service.so; prints "key=value" lines. No mode: a fresh process's state.
+   "report <ms>": starts the services, waits for the manifest and a held session's e-mail, then <ms> more; "dismiss
+   <ms>" puts the update off too. "exit|kill <µs>": returns (four threads reading state) or SIGKILLs itself that soon. */
 #define _GNU_SOURCE
 #include <pthread.h>
 #include <signal.h>
@@ -17,9 +15,6 @@ static void* ReadStateForever(void* unused) {
   for (;;) {
     FcpServiceHasSession();
     FcpServiceStatus();
-    FcpServiceEmail();
-    FcpServiceUpdateForced();
-    FcpServiceUpdateSoftAvailable();
     FcpServiceUpdateLatestVersion();
   }
   return unused;

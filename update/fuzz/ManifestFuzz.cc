@@ -1,7 +1,5 @@
 // Whatever the body: no crash, and an empty direct download reads as none, so that the fallback takes its place.
-#include <cstdint>
 #include <cstdlib>
-#include <variant>
 
 #include "update/Manifest.h"
 

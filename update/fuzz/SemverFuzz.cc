@@ -1,7 +1,5 @@
 // Three version texts separated by newlines; whatever they hold, the comparison must stay a total order.
-#include <cstdint>
 #include <cstdlib>
-#include <string_view>
 
 #include "update/Version.h"
 

@@ -74,7 +74,7 @@ TEST_F(UpdateCheck, OnlyAGoodAnswerReplacesTheOffer) {
   const std::tuple<int, std::string, std::string> failures[] = {
       {500, Manifest("9.0.0", "9.0.0"), "update check failed (500)"}, {200, "", "update check failed (200)"},
       {200, R"([{"hosts": {}}])", ""}, {200, R"({"hosts": )", ""}, {200, R"({"hosts": []})", missing},
-      {200, R"({"hosts": {"fcp": "1.3.0"}})", missing}};
+      {200, R"({"hosts": {"fcp": "1.3.0"}})", missing}, {200, "{}", missing}};
   for (const auto& [status, body, log] : failures) {
     server.Answer(status, body);
     CheckLater();

@@ -9,8 +9,7 @@ namespace orvistelle::update {
 // Points the manifest and the fallback download at another server; "" restores the built-in one.
 void SetDownloadBaseURLForTesting(std::string baseURL);
 
-// Waits for a running check, then forgets everything a fresh process would not know: the manifest values, the last
-// attempt, the dismissal in memory and the fact that it was loaded, and the download server set above.
+// Waits for a running check, then forgets all a fresh process would not know, the server set above included.
 void ResetForTesting();
 
 // Waits until no check is running; false if one still runs after `limit`.

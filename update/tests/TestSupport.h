@@ -1,76 +1,41 @@
 // The download server and the seams the update and service tests fake, built on the shared test support.
 #pragma once
 
-#include <httplib.h>
-
-#include <condition_variable>
-#include <functional>
-#include <mutex>
-#include <string>
-
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
 
 namespace orvistelle::testing {
 
-// The download server on 127.0.0.1. It answers the manifest path with whatever the test set, and can hold its
-// answers back so that a test can act while a check is in flight.
+// The manifest on 127.0.0.1, held back while a test acts with a check in flight; only the test's thread holds.
 class ManifestServer {
  public:
   ~ManifestServer() { Release(); }
 
   std::string BaseURL() const { return server_.BaseURL(); }
-  void Answer(int status, std::string body) {
-    std::lock_guard guard(lock_);
-    status_ = status;
-    body_ = std::move(body);
-  }
-  // Runs on the server's thread while the request is being answered.
-  void OnRequest(std::function<void()> action) {
-    std::lock_guard guard(lock_);
-    onRequest_ = std::move(action);
-  }
-  void Hold() {
-    std::lock_guard guard(lock_);
-    holding_ = true;
-  }
+  void Answer(int status, std::string body) { answer_.Set({status, std::move(body)}); }
+  void Hold() { holding_.lock(); }
   void Release() {
-    {
-      std::lock_guard guard(lock_);
-      holding_ = false;
-    }
-    released_.notify_all();
+    if (holding_.owns_lock()) holding_.unlock();
   }
-  int Requests() {
-    std::lock_guard guard(lock_);
-    return requests_;
-  }
+  int Requests() const { return requests_.load(); }
 
  private:
-  void AnswerManifest(httplib::Response& response) {
-    std::unique_lock guard(lock_);
-    ++requests_;
-    released_.wait(guard, [this] { return !holding_; });
-    if (onRequest_) onRequest_();
-    response.status = status_;
-    response.set_content(body_, "application/json");
-  }
-
-  std::mutex lock_;
-  std::condition_variable released_;
-  bool holding_ = false;
-  int status_ = 404;
-  std::string body_;
-  std::function<void()> onRequest_;
-  int requests_ = 0;
+  platform::testing::Guarded<std::pair<int, std::string>> answer_{{404, ""}};
+  std::atomic<int> requests_ = 0;
+  std::mutex gate_;
+  std::unique_lock<std::mutex> holding_{gate_, std::defer_lock};
   platform::testing::LoopbackServer server_{[this](httplib::Server& server) {
-    server.Get("/orvistelle/vask/latest.json",
-               [this](const httplib::Request&, httplib::Response& response) { AnswerManifest(response); });
+    server.Get("/orvistelle/vask/latest.json", [this](const httplib::Request&, httplib::Response& response) {
+      ++requests_;
+      std::lock_guard pass(gate_);
+      auto [status, body] = answer_.Get();
+      response.status = status;
+      response.set_content(body, "application/json");
+    });
   }};
 };
 
-// Every seam the update and service modules touch, replaced for the lifetime of the object; the home is a fresh
-// folder.
+// Every seam the update and service modules touch, replaced for the lifetime of the object, in a fresh home.
 struct FakeSystem {
   platform::testing::TempDir homeFolder;
   platform::testing::FakeClock clock{1'700'000'000.25};
@@ -80,8 +45,5 @@ struct FakeSystem {
   platform::testing::RecordingBrowser browser;
   platform::testing::ScopedFakes seams{&clock, &log, &home, &bundle, &browser};
 };
-
-// Nothing listens on port 1 of the loopback interface: every request there fails at once with no HTTP answer.
-inline constexpr char kRefusingBaseURL[] = "http://127.0.0.1:1";
 
 }  // namespace orvistelle::testing

@@ -45,21 +45,17 @@ inline ChildRun RunChild(std::vector<std::string> argv, std::vector<std::string>
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   pid_t child = 0;
-  ChildRun run;
   const int spawned = posix_spawn(&child, args[0], &actions, nullptr, args.data(), vars.data());
   posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return run;
+  if (spawned != 0) return {};
   int status = 0;
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (waitpid(child, &status, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() >= deadline) kill(child, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  run.out = ReadWholeFile(out);
-  run.err = ReadWholeFile(err);
-  return run;
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0, ReadWholeFile(out),
+          ReadWholeFile(err)};
 }
 
 }  // namespace orvistelle::platform::testing

@@ -4,21 +4,12 @@
 
 #include <stdlib.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
 #include <thread>
-#include <type_traits>
-#include <utility>
-#include <vector>
 
 #include "platform/Platform.h"
 
@@ -39,9 +30,8 @@ class TempDir {
  public:
   TempDir() {
     const char* tmp = std::getenv("TMPDIR");
-    std::string pattern =
-        (std::filesystem::path(tmp != nullptr && *tmp == '/' ? tmp : "/tmp") / "orvistelle-test-XXXXXX").string();
-    path_ = mkdtemp(pattern.data()) != nullptr ? std::filesystem::path(pattern) : std::filesystem::path();
+    std::string pattern = std::string(tmp != nullptr && *tmp == '/' ? tmp : "/tmp") + "/orvistelle-test-XXXXXX";
+    if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;
   }
   ~TempDir() {
     std::error_code ignored;
@@ -67,7 +57,7 @@ class FakeClock final : public Clock {
   std::atomic<double> now_;
 };
 
-// A value that any thread may read or replace.
+// A value that any thread may read or change.
 template <class T>
 class Guarded {
  public:
@@ -77,8 +67,13 @@ class Guarded {
     return value_;
   }
   void Set(T value) {
+    Change([&value](T& current) { current = std::move(value); });
+  }
+  // Whatever `change` returns.
+  template <class F>
+  auto Change(const F& change) {
     std::lock_guard guard(lock_);
-    value_ = std::move(value);
+    return change(value_);
   }
 
  private:
@@ -113,76 +108,48 @@ class FakeLanguages final : public Languages {
 // A bundle nowhere, with no Info, until a test places it and fills it in.
 class FakeBundle final : public Bundle {
  public:
-  BundleLocation Main() override {
-    std::lock_guard guard(lock_);
-    return location_;
-  }
+  BundleLocation Main() override { return location_.Get(); }
   std::optional<std::string> InfoString(std::string_view key) override {
-    std::lock_guard guard(lock_);
-    auto found = info_.find(std::string(key));
-    return found == info_.end() ? std::nullopt : std::optional(found->second);
+    const std::map<std::string, std::string> info = info_.Get();
+    return info.contains(std::string(key)) ? std::optional(info.at(std::string(key))) : std::nullopt;
   }
-  void SetLocation(BundleLocation location) {
-    ChangeLocation([&location](BundleLocation& current) { current = std::move(location); });
-  }
-  void ChangeLocation(const std::function<void(BundleLocation&)>& change) {
-    std::lock_guard guard(lock_);
-    change(location_);
-  }
+  void SetLocation(BundleLocation location) { location_.Set(std::move(location)); }
+  void ChangeLocation(const std::function<void(BundleLocation&)>& change) { location_.Change(change); }
   // No value removes the key.
   void SetInfo(const std::string& key, std::optional<std::string> value) {
-    std::lock_guard guard(lock_);
-    if (value) {
-      info_[key] = std::move(*value);
-    } else {
-      info_.erase(key);
-    }
+    info_.Change([&](std::map<std::string, std::string>& info) {
+      info.erase(key);
+      if (value) info.emplace(key, std::move(*value));
+    });
   }
-  void ReplaceInfo(std::map<std::string, std::string> info) {
-    std::lock_guard guard(lock_);
-    info_ = std::move(info);
-  }
+  void ReplaceInfo(std::map<std::string, std::string> info) { info_.Set(std::move(info)); }
 
  private:
-  std::mutex lock_;
-  BundleLocation location_;
-  std::map<std::string, std::string> info_;
+  Guarded<BundleLocation> location_;
+  Guarded<std::map<std::string, std::string>> info_;
 };
 
 // What a fake was handed, in order.
 class Recording {
  public:
-  std::vector<std::string> Snapshot() {
-    std::lock_guard guard(lock_);
-    return items_;
-  }
+  std::vector<std::string> Snapshot() { return items_.Get(); }
   // Everything so far, forgotten here.
   std::vector<std::string> Take() {
-    std::lock_guard guard(lock_);
-    return std::exchange(items_, {});
-  }
-  bool Contains(const std::string& item) {
-    std::lock_guard guard(lock_);
-    return std::find(items_.begin(), items_.end(), item) != items_.end();
+    return items_.Change([](std::vector<std::string>& items) { return std::exchange(items, {}); });
   }
   // The first item, once there is one; nothing when none comes within `limit`.
   std::optional<std::string> WaitForFirst(std::chrono::milliseconds limit) {
-    std::unique_lock guard(lock_);
-    if (!added_.wait_for(guard, limit, [this] { return !items_.empty(); })) return std::nullopt;
-    return items_.front();
+    if (!WaitUntil([this] { return !items_.Get().empty(); }, limit)) return std::nullopt;
+    return items_.Get().front();
   }
 
  protected:
   void Add(std::string item) {
-    std::lock_guard guard(lock_);
-    items_.push_back(std::move(item));
-    added_.notify_all();
+    items_.Change([&item](std::vector<std::string>& items) { items.push_back(std::move(item)); });
   }
 
  private:
-  std::mutex lock_;
-  std::condition_variable added_;
-  std::vector<std::string> items_;
+  Guarded<std::vector<std::string>> items_;
 };
 
 class RecordingLog final : public SystemLog, public Recording {
@@ -195,33 +162,18 @@ class RecordingBrowser final : public Browser, public Recording {
   void Open(const std::string& url) override { Add(url); }
 };
 
-namespace detail {
-// The seam a fake stands in for: the one interface among its base classes.
-Clock* SeamOf(Clock*);
-Home* SeamOf(Home*);
-Languages* SeamOf(Languages*);
-Browser* SeamOf(Browser*);
-SystemLog* SeamOf(SystemLog*);
-Bundle* SeamOf(Bundle*);
-AppDatabase* SeamOf(AppDatabase*);
-}  // namespace detail
-
 // Installs each fake in place of the service it implements, for the lifetime of the guard:
 //   ScopedFakes seams{&clock, &home, &log};
 class ScopedFakes {
  public:
   template <class... Fakes>
-  explicit ScopedFakes(Fakes*... fakes) {
-    (Install(fakes), ...);
-  }
-  ScopedFakes(const ScopedFakes&) = delete;
-  ScopedFakes& operator=(const ScopedFakes&) = delete;
+  explicit ScopedFakes(Fakes*... fakes) : guards_{Install(fakes)...} {}
 
  private:
+  // A seam's interface alone declares Default(), so its result names the seam that a fake stands in for.
   template <class Fake>
-  void Install(Fake* fake) {
-    using Seam = std::remove_pointer_t<decltype(detail::SeamOf(fake))>;
-    guards_.push_back(std::make_shared<ScopedSeam<Seam>>(fake));
+  static std::shared_ptr<void> Install(Fake* fake) {
+    return std::make_shared<ScopedSeam<std::remove_reference_t<decltype(Fake::Default())>>>(fake);
   }
 
   std::vector<std::shared_ptr<void>> guards_;

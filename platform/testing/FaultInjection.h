@@ -1,6 +1,5 @@
-// Hostile file systems for the fault tests of every module: child processes in which a folder is read-only or the
-// disk is full, and snapshots that show whether anything in a tree changed. Misbehaving peers are in
-// LoopbackServer.h.
+// Hostile file systems for the fault tests of every module (misbehaving peers are in LoopbackServer.h): children in
+// which a folder is read-only or the disk is full, and snapshots that show whether anything in a tree changed.
 #pragma once
 
 #include <sched.h>
@@ -12,12 +11,12 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <string>
+
+#include "platform/testing/ChildProcess.h"
 
 namespace orvistelle::platform::fault {
 
@@ -38,11 +37,8 @@ inline std::optional<std::string> InChildProcess(const std::function<bool()>& pr
     close(channel[0]);
     if (!prepare()) _exit(kNotPrepared);
     std::string result = body();
-    for (size_t sent = 0; sent < result.size();) {
-      ssize_t count = write(channel[1], result.data() + sent, result.size() - sent);
-      if (count <= 0) _exit(3);
-      sent += static_cast<size_t>(count);
-    }
+    // A blocking write to a pipe ends early only on a signal.
+    if (write(channel[1], result.data(), result.size()) != static_cast<ssize_t>(result.size())) _exit(3);
     _exit(0);
   }
   close(channel[1]);
@@ -53,21 +49,15 @@ inline std::optional<std::string> InChildProcess(const std::function<bool()>& pr
   int status = 0;
   if (child < 0 || waitpid(child, &status, 0) != child) return std::nullopt;
   if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPrepared) return std::nullopt;
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    return "the child process died (wait status " + std::to_string(status) + ")";
-  }
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "the child died: wait status " + std::to_string(status);
   return result;
 }
 
 // A disk that takes no more than `bytes` in any one file: writes past it fail with EFBIG instead of killing.
 inline std::optional<std::string> WithFileSizeLimit(rlim_t bytes, const std::function<std::string()>& body) {
-  return InChildProcess(
-      [bytes] {
-        signal(SIGXFSZ, SIG_IGN);
-        rlimit limit{bytes, bytes};
-        return setrlimit(RLIMIT_FSIZE, &limit) == 0;
-      },
-      body);
+  const rlimit limit{bytes, bytes};
+  auto prepare = [&limit] { return signal(SIGXFSZ, SIG_IGN) != SIG_ERR && setrlimit(RLIMIT_FSIZE, &limit) == 0; };
+  return InChildProcess(prepare, body);
 }
 
 // Root ignores permissions, so for root the folder becomes a read-only bind mount in a mount namespace of the
@@ -104,17 +94,9 @@ inline std::map<std::string, std::string> Snapshot(const fs::path& root) {
   std::error_code error;
   for (fs::recursive_directory_iterator it(root, error), end; !error && it != end; it.increment(error)) {
     const fs::path& path = it->path();
-    std::string& entry = entries[fs::relative(path, root).string()];
-    if (it->is_symlink()) {
-      entry = "link " + fs::read_symlink(path).string();
-    } else if (it->is_directory()) {
-      entry = "folder";
-    } else {
-      std::ifstream file(path, std::ios::binary);
-      std::ostringstream contents;
-      contents << file.rdbuf();
-      entry = "file " + contents.str();
-    }
+    entries[fs::relative(path, root).string()] = it->is_symlink()     ? "link " + fs::read_symlink(path).string()
+                                                 : it->is_directory() ? "folder"
+                                                                      : "file " + testing::ReadWholeFile(path);
   }
   return entries;
 }

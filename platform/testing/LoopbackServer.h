@@ -2,65 +2,56 @@
 // in ways a server library would not.
 #pragma once
 
-#include <arpa/inet.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cctype>
-#include <chrono>
-#include <cstdint>
-#include <condition_variable>
 #include <functional>
 #include <latch>
-#include <mutex>
-#include <ostream>
+#include <memory>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
 namespace orvistelle::platform::testing {
 
-// A cpp-httplib server on a port the system chooses, listening from construction to destruction. Routes given to
-// the constructor are in place before the first connection; more may be added on server() later.
+// A cpp-httplib server on a port the system chooses, listening from construction to destruction, with the routes
+// given in place before the first connection.
 class LoopbackServer {
  public:
-  explicit LoopbackServer(const std::function<void(httplib::Server&)>& routes = {}) {
-    if (routes) routes(server_);
+  explicit LoopbackServer(const std::function<void(httplib::Server&)>& routes = {})
+      : LoopbackServer(std::make_unique<httplib::Server>(), routes) {}
+  ~LoopbackServer() {
+    server_->stop();
+    thread_.join();
+  }
+
+  std::string BaseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+ protected:
+  LoopbackServer(std::unique_ptr<httplib::Server> server, const std::function<void(httplib::Server&)>& routes)
+      : server_(std::move(server)) {
+    if (routes) routes(*server_);
     // The library's default pool is one thread per core less one, and a kept-alive connection holds its thread.
-    server_.new_task_queue = [this] {
+    server_->new_task_queue = [this] {
       auto* pool = new httplib::ThreadPool(kWorkers);
       for (int i = 0; i < kWorkers; ++i) pool->enqueue([this] { workersStarted_.arrive_and_wait(); });
       return pool;
     };
     // One request per connection, so that stopping never waits on an idle kept-alive one. The timeout is how long a
     // fresh connection may take to send its request: a loaded machine can take well over the library's first look.
-    server_.set_keep_alive_max_count(1);
-    server_.set_keep_alive_timeout(2);
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    server_->set_keep_alive_max_count(1);
+    server_->set_keep_alive_timeout(2);
+    port_ = server_->bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_->listen_after_bind(); });
     // stop() is ignored until the loop runs, and a test that forks must not catch a worker halfway through its
     // start with a lock of the allocator held: the child would wait for it for ever.
     workersStarted_.wait();
   }
-  ~LoopbackServer() {
-    server_.stop();
-    thread_.join();
-  }
-  LoopbackServer(const LoopbackServer&) = delete;
-  LoopbackServer& operator=(const LoopbackServer&) = delete;
 
-  httplib::Server& server() { return server_; }
-  std::string BaseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  std::string url(const std::string& path) const { return BaseURL() + path; }
+  std::unique_ptr<httplib::Server> server_;
 
  private:
   static constexpr int kWorkers = 16;
 
-  httplib::Server server_;
   std::latch workersStarted_{kWorkers};
   int port_ = 0;
   std::thread thread_;
@@ -70,30 +61,17 @@ class LoopbackServer {
 
 namespace orvistelle::platform::fault {
 
-using namespace std::chrono_literals;
-
-// Holds a behaviour until opened; opening is final.
+// Holds a behaviour until opened (for 10 s at most); opening is final.
 class Latch {
  public:
   void Wait() {
-    std::unique_lock lock(mutex_);
-    opened_.wait_for(lock, 10s, [this] { return open_; });
+    for (int waited = 0; waited < 10'000 && !open_; ++waited) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  void Open() {
-    std::lock_guard lock(mutex_);
-    open_ = true;
-    opened_.notify_all();
-  }
+  void Open() { open_ = true; }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable opened_;
-  bool open_ = false;
+  std::atomic<bool> open_{false};
 };
-
-inline void SendText(int socket, std::string_view text) {
-  (void)send(socket, text.data(), text.size(), MSG_NOSIGNAL);
-}
 
 // Reads one request, head and body, so that an answer is not mistaken for a reset by a client still sending.
 inline void ReadRequest(int socket) {
@@ -119,7 +97,7 @@ using Behaviour = std::function<void(int socket)>;
 inline Behaviour Replying(std::string text, bool reset = false) {
   return [text, reset](int socket) {
     ReadRequest(socket);
-    SendText(socket, text);
+    (void)send(socket, text.data(), text.size(), MSG_NOSIGNAL);
     linger hard{1, 0};  // closing now sends a reset instead of an orderly end
     if (reset) setsockopt(socket, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
   };
@@ -130,8 +108,7 @@ inline Behaviour ResetMidBody() {
 }
 
 inline Behaviour HtmlServerError() {
-  const std::string page = "<!DOCTYPE html><html><head><title>500 Internal Server Error</title></head>"
-                           "<body><h1>Internal Server Error</h1></body></html>";
+  const std::string page = "<!DOCTYPE html><html><body><h1>500 Internal Server Error</h1></body></html>";
   return Replying("HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/html\r\nConnection: close\r\n"
                   "Content-Length: " + std::to_string(page.size()) + "\r\n\r\n" + page);
 }
@@ -146,7 +123,8 @@ inline Behaviour NotHttp() { return Replying("SSH-2.0-OpenSSH_9.2p1\r\n"); }
 inline Behaviour Flood() {
   return [](int socket) {
     ReadRequest(socket);
-    SendText(socket, "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n");
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n";
+    (void)send(socket, head.data(), head.size(), MSG_NOSIGNAL);
     const std::string chunk(64 * 1024, ' ');
     for (size_t sent = 0; sent < 100u * 1024 * 1024; sent += chunk.size()) {
       if (send(socket, chunk.data(), chunk.size(), MSG_NOSIGNAL) < 0) return;
@@ -169,53 +147,30 @@ struct Misbehaviour {
   int64_t status;
 };
 
-inline void PrintTo(const Misbehaviour& misbehaviour, std::ostream* out) { *out << misbehaviour.name; }
-
-// A bare TCP peer on 127.0.0.1 that treats every connection with `behave`, each on a thread of its own, then closes
-// it.
-class RawPeer {
+// A bare TCP peer on 127.0.0.1 that treats every connection with `behave`, then closes it. The server library
+// accepts the connections and runs them on its pool, but never reads or writes HTTP on them.
+class RawPeer : public testing::LoopbackServer {
  public:
-  explicit RawPeer(Behaviour behave) : behave_(std::move(behave)) {
-    listener_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    listen(listener_, 16);
-    socklen_t length = sizeof address;
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
-    acceptor_ = std::thread([this] { AcceptAll(); });
-  }
-  ~RawPeer() {
-    shutdown(listener_, SHUT_RDWR);
-    acceptor_.join();
-    close(listener_);
-    for (std::thread& connection : connections_) connection.join();
-  }
-  RawPeer(const RawPeer&) = delete;
-  RawPeer& operator=(const RawPeer&) = delete;
+  explicit RawPeer(Behaviour behave) : LoopbackServer(std::make_unique<Server>(std::move(behave)), {}) {}
 
-  std::string BaseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  int Accepted() const { return accepted_.load(); }
+  int Accepted() const { return static_cast<const Server&>(*server_).accepted.load(); }
 
  private:
-  void AcceptAll() {
-    for (int client; (client = accept(listener_, nullptr, nullptr)) >= 0;) {
-      ++accepted_;
-      connections_.emplace_back([this, client] {
-        behave_(client);
-        close(client);
-      });
-    }
-  }
+  class Server final : public httplib::Server {
+   public:
+    explicit Server(Behaviour behave) : behave_(std::move(behave)) {}
+    std::atomic<int> accepted{0};
 
-  Behaviour behave_;
-  int listener_ = -1;
-  int port_ = 0;
-  std::atomic<int> accepted_{0};
-  std::thread acceptor_;
-  std::vector<std::thread> connections_;  // touched by the acceptor only, until it has ended
+   private:
+    bool process_and_close_socket(socket_t socket) override {
+      ++accepted;
+      behave_(socket);
+      close(socket);
+      return true;
+    }
+
+    Behaviour behave_;
+  };
 };
 
 }  // namespace orvistelle::platform::fault

@@ -98,7 +98,7 @@ TEST_F(DevBackendTest, TurnsAwayWhatTheHostedServicesWouldAndWhatCouldHarmTheDev
   auto heartbeat = [&](const std::string& body) { return client_->Post("/console/v1/plugin/heartbeat", body, ""); };
   auto nested = [](int n) { return "{\"a\":" + std::string(n - 1, '[') + "1" + std::string(n - 1, ']') + "}"; };
   const std::pair<std::function<httplib::Result()>, int> cases[] = {
-      {[&] { return client_->Get("/auth/v1/user", forged); }, 401},
+      {[&] { return client_->Get("/rest/v1/auth_relay?id=eq.x", forged); }, 401},
       {[&] { return client_->Get("/rest/v1/auth_relay?id=eq.x"); }, 401},
       {[&] { return client_->Get("/auth/v1/user", kKey); }, 401},  // the project key names no user
       {[&] { return client_->Get("/rest/v1/auth_relay?select=session_payload", kKey); }, 400},  // not the whole table

@@ -26,6 +26,7 @@ endif()
 run(${CMAKE_COMMAND} --build "${WORK_DIR}/build" --target i18n_consumer)
 
 run(${CMAKE_COMMAND} -E env LANGUAGE=ja_JP.UTF-8:en "${WORK_DIR}/build/i18n_consumer")
-foreach(expected "language ja" "準備完了" "（エラー -10）" "/ja/sign-in?from=vask&flowId=flow" "status=未ログイン forced=0")
+foreach(expected "language ja" "準備完了" "（エラー -10）" "/ja/sign-in?from=vask&flowId=flow"
+    "status=未ログイン forced=0")
   expect("${expected}")
 endforeach()

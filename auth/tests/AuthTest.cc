@@ -7,6 +7,7 @@
 #include "auth/Background.h"
 #include "auth/Files.h"
 #include "auth/Heartbeat.h"
+#include "auth/Http.h"
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Status.h"
@@ -228,8 +229,9 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
     backend.Answer(kRelay, Reply{200, "[]"});
     backend.Answer(row.path, Held(row.answer));
     SignedIn(clock.Now(), "");
+    const size_t before = backend.Seen(row.path).size();  // earlier rows were seen too
     std::thread sender(row.send);
-    ASSERT_TRUE(WaitUntil([&] { return !backend.Seen(row.path).empty(); })) << row.path;
+    ASSERT_TRUE(WaitUntil([&] { return backend.Seen(row.path).size() > before; })) << row.path;
     row.interrupt();
     release = true;
     sender.join();
@@ -237,6 +239,51 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
     EXPECT_FALSE(Read("fcp-session.json")) << row.path;
     EXPECT_FALSE(HoldsSession(CurrentSession())) << row.path;
     EXPECT_EQ(Status(), row.status) << row.path;
+  }
+}
+
+// A sign-out racing a caller that finds memory empty and reloads the file: the old session never comes back.
+TEST_F(AuthTest, SignOutRacingAReloadLeavesNoSession) {
+  std::atomic<int> racing{0}, signedOut{0}, raced{0};  // rounds; racing -1 ends the reader
+  std::thread reader([&] {
+    for (int round; (round = racing.load()) >= 0;) {
+      if (round == raced.load()) continue;
+      while (signedOut.load() != round) FcpAuthHasSession();
+      raced = round;
+    }
+  });
+  int resurrected = 0, round = 1;
+  for (auto end = std::chrono::steady_clock::now() + 5s; round <= 1000 && std::chrono::steady_clock::now() < end;
+       ++round) {
+    Write("fcp-session.json", Dump({{"access_token", "a"}, {"refresh_token", "r"}}));
+    FcpAuthHasSession();
+    racing = round;
+    FcpAuthLogout();
+    signedOut = round;
+    while (raced.load() != round) std::this_thread::yield();
+    resurrected += HoldsSession(CurrentSession());
+  }
+  racing = -1;
+  reader.join();
+  EXPECT_EQ(resurrected, 0) << "in " << round - 1 << " rounds";
+}
+
+// Requests that cannot be made give status 0 at once and send nothing: malformed addresses, and header values that
+// would smuggle in a header of their own.
+TEST_F(AuthTest, RequestsThatCannotBeMadeGiveStatusZeroAtOnce) {
+  std::string base = backend.BaseURL();
+  for (const std::string& url : {base + "/a b", base + "/\t", base + "/caf\xc3\xa9", base + "/%zz", base + "/%2",
+                                 base + "/<x>", std::string("ftp://h/x"), std::string("h/x"), std::string("http://"),
+                                 std::string("http:///x"), std::string("http://:80/x")}) {
+    int64_t status = -1;
+    EXPECT_FALSE(Http("GET", url, "", std::nullopt, "", &status)) << url;
+    EXPECT_EQ(status, 0) << url;
+  }
+  EXPECT_FALSE(Http("GET", base + "/x", "token\r\nX-Injected: 1", std::nullopt, "", nullptr));
+  EXPECT_TRUE(backend.Seen("/x").empty());
+  for (const char* url :
+       {"http://h", "HTTPS://h.example:8443/p-_.~?q=%2F&r=[1]#f", "http://u:p@h/x", "http://[::1]:8/"}) {
+    EXPECT_TRUE(IsValidURL(url)) << url;
   }
 }
 

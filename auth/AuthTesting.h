@@ -1,7 +1,6 @@
 // Hooks for the tests only; production code never calls them.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -10,7 +9,6 @@
 
 namespace orvistelle::auth {
 
-// The built-in endpoints and timings, for a test to start from.
 AuthSettings ProductionSettings();
 
 void SetAuthSettingsForTesting(const AuthSettings& settings);
@@ -20,16 +18,16 @@ void SetAuthSettingsForTesting(const AuthSettings& settings);
 // Background requests in flight are waited for, so a test must let its servers answer or close first.
 void ResetAuthForTesting();
 
-// The unpadded base64url text of `bytes`, as a token's payload carries it.
 inline std::string Base64Url(std::string_view bytes) {
   static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string text;
-  for (size_t i = 0; i < bytes.size(); i += 3) {
-    uint32_t group = static_cast<uint32_t>(static_cast<uint8_t>(bytes[i])) << 16;
-    if (i + 1 < bytes.size()) group |= static_cast<uint32_t>(static_cast<uint8_t>(bytes[i + 1])) << 8;
-    if (i + 2 < bytes.size()) group |= static_cast<uint8_t>(bytes[i + 2]);
-    for (size_t j = 0; j < std::min<size_t>(4, bytes.size() - i + 1); ++j) text += kAlphabet[(group >> (18 - 6 * j)) & 63];
+  uint32_t bits = 0;
+  int pending = 0;  // bits not yet written
+  for (unsigned char byte : bytes) {
+    bits = (bits << 8) | byte;
+    for (pending += 8; pending >= 6; pending -= 6) text += kAlphabet[(bits >> (pending - 6)) & 63];
   }
+  if (pending > 0) text += kAlphabet[(bits << (6 - pending)) & 63];
   return text;
 }
 

@@ -1,5 +1,4 @@
 // The first byte picks the answer's status (0: 200, 1: no answer and no body, n: 100 + n), the rest is the body.
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>

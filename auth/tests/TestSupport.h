@@ -18,28 +18,23 @@ namespace orvistelle::auth::testing {
 using namespace std::chrono_literals;
 using platform::testing::WaitUntil;
 
-struct SeenRequest {
-  std::string method, target, body;            // target: path and query as sent
-  std::map<std::string, std::string> headers;  // names in lower case
-};
 struct Reply {
   int status = 200;
   std::string body = "{}";
 };
-using Responder = std::function<Reply(const SeenRequest&)>;
+using Responder = std::function<Reply(const httplib::Request&)>;
 
-// Records every request by path; paths nobody answers get 404.
+// Records every request by path and answers it as the test said; other paths get 404.
 class Backend {
  public:
-  // For requests whose path, without the query, is `path`.
   void Answer(const std::string& path, Responder responder) {
     std::lock_guard lock(mutex_);
     responders_[path] = std::move(responder);
   }
   void Answer(const std::string& path, Reply reply) {
-    Answer(path, [reply](const SeenRequest&) { return reply; });
+    Answer(path, [reply](const httplib::Request&) { return reply; });
   }
-  std::vector<SeenRequest> Seen(const std::string& path) {
+  std::vector<httplib::Request> Seen(const std::string& path) {
     std::lock_guard lock(mutex_);
     return seen_[path];
   }
@@ -47,26 +42,20 @@ class Backend {
 
  private:
   void Handle(const httplib::Request& request, httplib::Response& response) {
-    SeenRequest seen{request.method, request.target, request.body, {}};
-    for (const auto& [sentName, value] : request.headers) {
-      std::string name = sentName;
-      for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      if (name.find('_') == std::string::npos) seen.headers[name] = value;  // not the connection's addresses
-    }
     Responder responder;
     {
       std::lock_guard lock(mutex_);
-      seen_[request.path].push_back(seen);
+      seen_[request.path].push_back(request);
       responder = responders_[request.path];
     }
-    Reply reply = responder ? responder(seen) : Reply{404};
+    Reply reply = responder ? responder(request) : Reply{404};
     response.status = reply.status;
     response.set_content(reply.body, "application/json");
   }
 
   std::mutex mutex_;
   std::map<std::string, Responder> responders_;
-  std::map<std::string, std::vector<SeenRequest>> seen_;
+  std::map<std::string, std::vector<httplib::Request>> seen_;
   platform::testing::LoopbackServer server_{[this](httplib::Server& server) {
     auto handle = [this](const httplib::Request& request, httplib::Response& response) { Handle(request, response); };
     server.Get(".*", handle);
@@ -81,19 +70,22 @@ inline std::string Jwt(const Json& claims) { return "eyJhbGciOiJIUzI1NiJ9." + Ba
 // fires when a test asks. The module is reset afterwards.
 class AuthTest : public ::testing::Test {
  protected:
-  AuthTest() { UseSettings([](AuthSettings&) {}); }
+  AuthTest() { Restart(); }
   ~AuthTest() override {
     release = true;
     ResetAuthForTesting();
+  }
+  void Restart() {
+    ResetAuthForTesting();
+    UseSettings([](AuthSettings&) {});
   }
   void UseSettings(const std::function<void(AuthSettings&)>& change) {
     AuthSettings settings{backend.BaseURL(), backend.BaseURL(), 2ms, 1h, 1h};
     change(settings);
     SetAuthSettingsForTesting(settings);
   }
-  // Answers only once `release` is set.
-  Responder Held(Reply reply) {
-    return [this, reply](const SeenRequest&) {
+  Responder Held(Reply reply) {  // answers once `release` is set
+    return [this, reply](const httplib::Request&) {
       WaitUntil([this] { return release.load(); }, 10s);
       return reply;
     };
@@ -109,6 +101,10 @@ class AuthTest : public ::testing::Test {
   std::optional<std::string> Read(const std::string& name) const {
     std::ifstream file(Support(name), std::ios::binary);
     return file ? std::optional(std::string(std::istreambuf_iterator<char>(file), {})) : std::nullopt;
+  }
+  void SignedIn(double expiresAt, const std::string& email = "e@x.y") const {
+    Write("fcp-session.json",
+          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", expiresAt}}));
   }
 
   std::atomic<bool> release{false};  // outlives the backend, whose handlers may wait on it

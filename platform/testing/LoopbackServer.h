@@ -107,16 +107,6 @@ inline Behaviour ResetMidBody() {
   return Replying("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 4000\r\n\r\n{\"hosts\":", true);
 }
 
-inline Behaviour HtmlServerError() {
-  const std::string page = "<!DOCTYPE html><html><body><h1>500 Internal Server Error</h1></body></html>";
-  return Replying("HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/html\r\nConnection: close\r\n"
-                  "Content-Length: " + std::to_string(page.size()) + "\r\n\r\n" + page);
-}
-
-inline Behaviour RedirectTo(const std::string& location) {
-  return Replying("HTTP/1.1 302 Found\r\nLocation: " + location + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-}
-
 inline Behaviour NotHttp() { return Replying("SSH-2.0-OpenSSH_9.2p1\r\n"); }
 
 // An answer without a length that runs past any sensible size: 100 MB unless the client gives up first.
@@ -139,13 +129,6 @@ inline Behaviour Silent(Latch& latch) {
     latch.Wait();
   };
 }
-
-// One row of a table of misbehaving peers: what the peer does, and the status a client reports for it.
-struct Misbehaviour {
-  const char* name;
-  std::function<Behaviour()> make;
-  int64_t status;
-};
 
 // A bare TCP peer on 127.0.0.1 that treats every connection with `behave`, then closes it. The server library
 // accepts the connections and runs them on its pool, but never reads or writes HTTP on them.

@@ -1,4 +1,5 @@
 // The probes and the set-up run without widgets, also on read-only and full disks.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +26,22 @@ std::string PressSetup() {
 }
 
 using SetupTest = ShellFixture;
+
+}  // namespace
+
+// Stands in for the C library's rename, which the standard library's moves call, so that the move of a staged copy
+// into place can fail after the previous template has already been moved aside.
+std::atomic<bool> failStagedMove{false};
+
+}  // namespace orvistelle::shell::testing
+
+extern "C" int rename(const char* from, const char* to) {
+  if (orvistelle::shell::testing::failStagedMove && std::strstr(from, ".new-") != nullptr) return errno = EIO, -1;
+  return renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+
+namespace orvistelle::shell::testing {
+namespace {
 
 // A run registers unless only the template is missing, copies the template unless only the host is, and says how it
 // went; the template is then the fresh copy ("new"), the one found before ("old") or none.
@@ -96,6 +113,8 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
       // The library's copy reports a short write as an input/output error rather than the disk's own reason.
       {"a full disk", [this] { WriteFile(BundledTemplate() / "Large.png", std::string(64 * 1024, 'p')); },
        [](const Body& press) { return fault::WithFileSizeLimit(16 * 1024, press); }, ""},
+      {"a copy that cannot be moved into place", [] { failStagedMove = true; },
+       [](const Body& press) { return press(); }, std::strerror(EIO)},
       // Last: where no read-only folder can be had, the rest of the test is skipped.
       {"a read-only Movies folder", [] {},
        [this](const Body& press) { return fault::WithReadOnlyFolder(fs::path(home_.Directory()) / "Movies", press); },
@@ -113,6 +132,7 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
     if (!c.reason.empty()) EXPECT_EQ(*hint, kInstallFailed + c.reason);
     EXPECT_EQ(fault::Snapshot(home_.Directory()), before);
     fs::remove(BundledTemplate() / "pipe");
+    failStagedMove = false;
   }
 }
 

@@ -82,18 +82,15 @@ class Guarded {
   T value_;
 };
 
-// One folder for both answers, unless the user database is told to record another (or none: "").
+// One folder for both answers.
 class FakeHome final : public Home {
  public:
   explicit FakeHome(std::string directory = "") : directory_(std::move(directory)) {}
-  std::string FromUserDatabase() override { return userDatabase_.Get().value_or(directory_.Get()); }
-  std::string Directory() override { return directory_.Get(); }
-  void SetDirectory(std::string directory) { directory_.Set(std::move(directory)); }
-  void SetUserDatabase(std::string directory) { userDatabase_.Set(std::move(directory)); }
+  std::string FromUserDatabase() override { return directory_; }
+  std::string Directory() override { return directory_; }
 
  private:
-  Guarded<std::string> directory_;
-  Guarded<std::optional<std::string>> userDatabase_;
+  const std::string directory_;
 };
 
 class FakeLanguages final : public Languages {
@@ -115,7 +112,6 @@ class FakeBundle final : public Bundle {
     return info.contains(std::string(key)) ? std::optional(info.at(std::string(key))) : std::nullopt;
   }
   void SetLocation(BundleLocation location) { location_.Set(std::move(location)); }
-  void ChangeLocation(const std::function<void(BundleLocation&)>& change) { location_.Change(change); }
   // No value removes the key.
   void SetInfo(const std::string& key, std::optional<std::string> value) {
     info_.Change([&](std::map<std::string, std::string>& info) {

@@ -76,6 +76,9 @@ TEST_F(SetupTest, SetupMendsWhatIsMissingAndSaysHowItWent) {
     EXPECT_EQ(fs::exists(InstalledTemplate() / "marker.txt") ? "old" : fs::exists(InstalledTemplate()) ? "new" : "",
               std::string(c.installed));
   }
+  // Without a bundled copy, a development build takes the source tree's, found above its executable.
+  WriteFile(bundle_.parent_path() / kDevelopmentTemplate / "Orvistelle Beauty.moef", "<ozml/>");
+  EXPECT_EQ(BundledTemplatePath(), (bundle_.parent_path() / kDevelopmentTemplate).string());
 }
 
 // A set-up killed halfway leaves its hidden copies behind; the next one removes them, and only them, and replaces

@@ -10,6 +10,15 @@
 #include "app/tests/ShellFixture.h"
 #include "platform/testing/FaultInjection.h"
 
+// Stands in for the C library's rename, which the standard library's moves call, so that the move of a staged copy
+// into place can fail after the previous template has already been moved aside.
+static std::atomic<bool> failStagedMove{false};
+
+extern "C" int rename(const char* from, const char* to) {
+  if (failStagedMove && std::strstr(from, ".new-") != nullptr) return errno = EIO, -1;
+  return renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+
 namespace orvistelle::shell::testing {
 namespace {
 
@@ -26,22 +35,6 @@ std::string PressSetup() {
 }
 
 using SetupTest = ShellFixture;
-
-}  // namespace
-
-// Stands in for the C library's rename, which the standard library's moves call, so that the move of a staged copy
-// into place can fail after the previous template has already been moved aside.
-std::atomic<bool> failStagedMove{false};
-
-}  // namespace orvistelle::shell::testing
-
-extern "C" int rename(const char* from, const char* to) {
-  if (orvistelle::shell::testing::failStagedMove && std::strstr(from, ".new-") != nullptr) return errno = EIO, -1;
-  return renameat(AT_FDCWD, from, AT_FDCWD, to);
-}
-
-namespace orvistelle::shell::testing {
-namespace {
 
 // A run registers unless only the template is missing, copies the template unless only the host is, and says how it
 // went; the template is then the fresh copy ("new"), the one found before ("old") or none.

@@ -5,7 +5,6 @@
 #include <regex>
 
 #include "auth/Background.h"
-#include "auth/Files.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"
 #include "auth/Maintenance.h"
@@ -19,7 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const char kRelay[] = "/rest/v1/auth_relay";
 const char kHeartbeat[] = "/console/v1/plugin/heartbeat";
 const std::string kKey = config::kPublicApiKey;
 
@@ -150,21 +148,8 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
   EXPECT_TRUE(backend.Seen("/auth/v1/token").empty());
 }
 
-class SignIn : public AuthTest {
- protected:
-  size_t Polls(const std::string& flowId = "") {
-    size_t polls = 0;
-    for (const httplib::Request& poll : backend.Seen(kRelay)) polls += poll.target.find(flowId) != std::string::npos;
-    return polls;
-  }
-  std::string FlowId() {  // of the last sign-in page opened
-    std::string url = browser.Snapshot().back();
-    return url.substr(url.find("flowId=") + 7);
-  }
-};
-
 // Answers without both tokens, or not in a 200, are no session: polling goes on until one comes.
-TEST_F(SignIn, RelayDeliversTheSession) {
+TEST_F(AuthTest, RelayDeliversTheSession) {
   const Reply answers[] = {Reply{500, Row({{"access_token", "a"}, {"refresh_token", "r"}}).body},
                            Reply{200, R"({"session_payload":{"access_token":"a","refresh_token":"r"}})"},
                            Row({{"access_token", "a"}, {"refresh_token", ""}}), Row("a"), Reply{200, "[]"},
@@ -186,7 +171,7 @@ TEST_F(SignIn, RelayDeliversTheSession) {
 
 // Polls go on while a maintenance pass hangs, whose timer firings are skipped until it is answered. A second
 // sign-in ends the first poll quietly and times out after 30 rounds.
-TEST_F(SignIn, PollsGoOnWhileAPassHangsAndASecondSignInSupersedesTheFirst) {
+TEST_F(AuthTest, PollsGoOnWhileAPassHangsAndASecondSignInSupersedesTheFirst) {
   backend.Answer("/auth/v1/user", Held(Reply{}));
   backend.Answer(kRelay, Reply{200, "[]"});
   UseSettings([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = s.pollInterval = 10ms; });
@@ -218,8 +203,7 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
       {"/auth/v1/token", {400}, RefreshIfNeeded, [] { FcpAuthLogout(), FcpAuthLogin(); },
        "Browser opened. Come back after you sign in."},
       {"/auth/v1/user", {200, R"({"email":"late@x.y"})"}, RefreshIfNeeded, FcpAuthLogout, "Signed out"},
-      {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}), FcpAuthLogin,
-       FcpAuthLogout, "Signed out"},
+      {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}), FcpAuthLogin, FcpAuthLogout, "Signed out"},
   };
   for (const auto& row : rows) {
     Restart();
@@ -282,9 +266,8 @@ TEST_F(AuthTest, RequestsThatCannotBeMadeGiveStatusZeroAtOnce) {
   EXPECT_FALSE(Http("GET", base + "/x", "token\r\nX-Injected: 1", std::nullopt, "", nullptr));
   EXPECT_TRUE(backend.Seen("/x").empty());
   for (const char* url :
-       {"http://h", "HTTPS://h.example:8443/p-_.~?q=%2F&r=[1]#f", "http://u:p@h/x", "http://[::1]:8/"}) {
+       {"http://h", "HTTPS://h.example:8443/p-_.~?q=%2F&r=[1]#f", "http://u:p@h/x", "http://[::1]:8/"})
     EXPECT_TRUE(IsValidURL(url)) << url;
-  }
 }
 
 // A pass that finds this process's refresh in flight skips its own rather than wait, and still shows the account.

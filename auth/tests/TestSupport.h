@@ -23,6 +23,7 @@ struct Reply {
   std::string body = "{}";
 };
 using Responder = std::function<Reply(const httplib::Request&)>;
+inline const char kRelay[] = "/rest/v1/auth_relay";
 
 // Records every request by path and answers it as the test said; other paths get 404.
 class Backend {
@@ -42,12 +43,10 @@ class Backend {
 
  private:
   void Handle(const httplib::Request& request, httplib::Response& response) {
-    Responder responder;
-    {
-      std::lock_guard lock(mutex_);
-      seen_[request.path].push_back(request);
-      responder = responders_[request.path];
-    }
+    std::unique_lock lock(mutex_);
+    seen_[request.path].push_back(request);
+    Responder responder = responders_[request.path];
+    lock.unlock();
     Reply reply = responder ? responder(request) : Reply{404};
     response.status = reply.status;
     response.set_content(reply.body, "application/json");
@@ -90,6 +89,15 @@ class AuthTest : public ::testing::Test {
       return reply;
     };
   }
+  size_t Polls(const std::string& flowId = "") {  // sign-in polls, or those of one flow
+    size_t polls = 0;
+    for (const httplib::Request& poll : backend.Seen(kRelay)) polls += poll.target.find(flowId) != poll.target.npos;
+    return polls;
+  }
+  std::string FlowId() {  // of the last sign-in page opened
+    std::string url = browser.Snapshot().back();
+    return url.substr(url.find("flowId=") + 7);
+  }
   std::string Status() { return FcpAuthStatus() + (FcpAuthStatusIsError() ? " (error)" : ""); }
   std::filesystem::path Support(const std::string& name) const {
     return home.path() / "Library/Application Support/Orvistelle" / name;
@@ -116,8 +124,6 @@ class AuthTest : public ::testing::Test {
   platform::testing::RecordingLog log;
   platform::testing::FakeBundle bundle;
   platform::testing::FakeLanguages languages{{"en-US"}};
-
- private:
   platform::testing::ScopedFakes seams_{&clock, &fakeHome, &browser, &log, &bundle, &languages};
 };
 

@@ -45,9 +45,8 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   for (const auto& row : rows) {
     ClearSessionState();
     Write("fcp-session.json", row.contents.is_string() ? row.contents.get<std::string>() : Dump(row.contents));
-    EXPECT_EQ(FcpAuthHasSession(), row.expiry >= 0) << Dump(row.contents);
-    EXPECT_EQ(FcpAuthEmail(), row.email) << Dump(row.contents);
-    EXPECT_EQ(CurrentSession().expiresAt, std::max(row.expiry, 0.0)) << Dump(row.contents);
+    EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthEmail(), CurrentSession().expiresAt}),
+              (std::tuple{row.expiry >= 0, row.email, std::max(row.expiry, 0.0)})) << Dump(row.contents);
   }
 }
 
@@ -124,13 +123,11 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
 TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
   backend.Answer("/auth/v1/token", Reply{200, R"({"access_token":"a9","refresh_token":"r9"})"});
   const struct {
-    const char* otherProcess;
-    std::string file;  // what it leaves; "" deletes the file
+    std::string file;  // what the other process leaves; "" deletes the file
     std::string refresh, status;
   } rows[] = {
-      {"refreshed", Dump({{"access_token", "a3"}, {"refresh_token", "r3"}, {"expires_at", clock.Now() + 3600}}), "r3",
-       "Signed in"},
-      {"signed out", "", "", "Signed out"},
+      {Dump({{"access_token", "a3"}, {"refresh_token", "r3"}, {"expires_at", clock.Now() + 3600}}), "r3", "Signed in"},
+      {"", "", "Signed out"},
   };
   for (const auto& row : rows) {
     Restart();
@@ -142,8 +139,7 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
     row.file.empty() ? fs::remove(Support("fcp-session.json")) : (Write("fcp-session.json", row.file), true);
     close(lock);
     pass.join();
-    EXPECT_EQ(CurrentSession().refresh, row.refresh) << row.otherProcess;
-    EXPECT_EQ(Status(), row.status) << row.otherProcess;
+    EXPECT_EQ(CurrentSession().refresh + " " + Status(), row.refresh + " " + row.status);
   }
   EXPECT_TRUE(backend.Seen("/auth/v1/token").empty());
 }

@@ -216,9 +216,8 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
     release = true;
     sender.join();
     std::this_thread::sleep_for(200ms);  // for a poll's answer to reach the session, were it applied
-    EXPECT_FALSE(Read("fcp-session.json")) << row.path;
-    EXPECT_FALSE(HoldsSession(CurrentSession())) << row.path;
-    EXPECT_EQ(Status(), row.status) << row.path;
+    const bool kept = Read("fcp-session.json") || HoldsSession(CurrentSession());
+    EXPECT_EQ(Status() + (kept ? " and a session" : ""), row.status) << row.path;
   }
 }
 

@@ -1,5 +1,4 @@
-// The service library in this process, and as plug-in hosts meet it: C programs in a fake plug-in bundle (hosts/),
-// run as child processes with a scratch home. Both against the development backend on loopback.
+// The library in this process, and as child-process hosts (hosts/) with a scratch home meet it; backend on loopback.
 #include <malloc.h>
 #include <sys/stat.h>
 
@@ -105,15 +104,11 @@ TEST_F(Service, InThisProcess) {
   FcpServiceLogout();
   EXPECT_STRNE(FcpServiceStatus(), "first");
   auth::SetStatusText("first", false);
-  EXPECT_EQ(FcpServiceStatus(), first);
-  EXPECT_STREQ(first, "first");
+  EXPECT_TRUE(FcpServiceStatus() == first && std::string(first) == "first");
   fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.0");
   for (auto open : {FcpServiceLogin, FcpServiceOpenSignUp, FcpServiceOpenDocs, FcpServiceOpenTerms,
-                    FcpServiceOpenPrivacy, FcpServiceOpenSite, FcpServiceUpdateOpenDownload}) {
-    open();
-  }
-  EXPECT_EQ(fakes.browser.Snapshot().size(), 7u);
-  EXPECT_TRUE(FcpServiceBusy());
+                    FcpServiceOpenPrivacy, FcpServiceOpenSite, FcpServiceUpdateOpenDownload}) open();
+  EXPECT_TRUE(fakes.browser.Snapshot().size() == 7 && FcpServiceBusy());
   const long long before = AllocatedBytes();
   for (int pass = 0; pass < 20000; ++pass) {
     auth::SetStatusText(std::to_string(pass) + std::string(200, '@'), false);
@@ -167,7 +162,6 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       std::ofstream(State(session)) << (held = SignedInSession());
     };
   };
-  // The session file holds a whole session, or a refreshed one.
   const auto whole = [&](bool refreshed) {
     const json saved = json::parse(ReadWholeFile(State(session)), nullptr, false);
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;

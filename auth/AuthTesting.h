@@ -9,6 +9,7 @@
 
 namespace orvistelle::auth {
 
+// The built-in endpoints and timings, for a test to start from.
 AuthSettings ProductionSettings();
 
 void SetAuthSettingsForTesting(const AuthSettings& settings);
@@ -18,6 +19,7 @@ void SetAuthSettingsForTesting(const AuthSettings& settings);
 // Background requests in flight are waited for, so a test must let its servers answer or close first.
 void ResetAuthForTesting();
 
+// The unpadded base64url text of `bytes`, as a token's payload carries it.
 inline std::string Base64Url(std::string_view bytes) {
   static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string text;

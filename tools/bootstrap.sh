@@ -8,7 +8,7 @@ packages=(
   g++ clang clang-tidy libclang-rt-14-dev cmake ninja-build pkg-config ccache
   python3  # tools/mutate
   # libraries
-  qt6-base-dev qt6-svg-dev libgl-dev libcurl4-openssl-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
+  qt6-base-dev qt6-svg-dev libgl-dev libcurl4-openssl-dev libproxy-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
   libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev
   # running the window and the tests headless
   xvfb xauth x11-utils fonts-noto-cjk fonts-dejavu-core xdg-utils desktop-file-utils

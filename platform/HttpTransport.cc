@@ -137,7 +137,8 @@ struct Exchange {
 Exchange Perform(const CurlLibrary& curl, const HttpRequest& request, const std::string& url,
                  SteadyClock::time_point deadline) {
   ProxyRoute route = RouteFor(curl, url);
-  Exchange exchange{.response = {.route = route.name}};
+  Exchange exchange;
+  exchange.response.route = route.name;
   EasyHandle easy{curl};
   if (easy.handle == nullptr || SteadyClock::now() >= deadline) return exchange;
   Transfer transfer;
@@ -226,7 +227,7 @@ HttpResponse HttpSend(const HttpRequest& request) {
     Exchange exchange = Perform(*curl, request, url, deadline);
     if (!exchange.redirect) return std::move(exchange.response);
     if (hop >= request.sameOriginRedirects || !SameOrigin(url, *exchange.redirect)) {
-      return {.route = std::move(exchange.response.route)};
+      return {0, std::nullopt, std::move(exchange.response.route)};
     }
     url = std::move(*exchange.redirect);
   }

@@ -12,6 +12,7 @@ packages=(
   libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev
   # running the window and the tests headless
   xvfb xauth x11-utils fonts-noto-cjk fonts-dejavu-core xdg-utils desktop-file-utils
+  libproxy1-plugin-gsettings gsettings-desktop-schemas  # the transport's test of GNOME's proxy settings
   # end-to-end sign-in in a real browser; reference runs for the benchmarks
   chromium nodejs gettext imagemagick
   libgettextpo-dev  # the catalogue is built from the translators' .po files at build time

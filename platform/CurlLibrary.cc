@@ -68,12 +68,12 @@ CURLSH* SetUp(void* library) {
 const CurlLibrary* Load() {
   void* library = dlopen(kSoname, RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) {
-    Log(std::string("HTTP is unavailable: ") + dlerror());
+    Log(std::string("No HTTP request can be sent without libcurl: ") + dlerror());
     return nullptr;
   }
   auto* curl = new CurlLibrary();
   if (!FindAll(library, *curl) || (curl->share = SetUp(library)) == nullptr) {
-    Log(std::string("HTTP is unavailable: ") + kSoname + " is too old or could not be set up");
+    Log(std::string("No HTTP request can be sent: ") + kSoname + " is too old or could not be set up");
     delete curl;
     return nullptr;
   }

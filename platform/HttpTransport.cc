@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <memory>
 
 #include "orvistelle/BuildConfig.h"
 #include "platform/CurlLibrary.h"
@@ -58,9 +57,13 @@ int AbortWhenStalled(void* userdata, curl_off_t, curl_off_t received, curl_off_t
 }
 
 struct EasyHandle {
-  const CurlLibrary& curl;
-  CURL* handle = curl.easyInit();
+  explicit EasyHandle(const CurlLibrary& library) : curl(library), handle(library.easyInit()) {}
   ~EasyHandle() { curl.easyCleanup(handle); }
+  EasyHandle(const EasyHandle&) = delete;
+  EasyHandle& operator=(const EasyHandle&) = delete;
+
+  const CurlLibrary& curl;
+  CURL* handle;
 };
 
 class HeaderList {
@@ -139,7 +142,7 @@ Exchange Perform(const CurlLibrary& curl, const HttpRequest& request, const std:
   ProxyRoute route = RouteFor(curl, url);
   Exchange exchange;
   exchange.response.route = route.name;
-  EasyHandle easy{curl};
+  EasyHandle easy(curl);
   if (easy.handle == nullptr || SteadyClock::now() >= deadline) return exchange;
   Transfer transfer;
   transfer.deadline = deadline;

@@ -6,8 +6,10 @@
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
-  const orvistelle::platform::HttpResponse response =
-      orvistelle::platform::HttpSend({.url = argv[1], .idle = std::chrono::seconds(5)});
+  orvistelle::platform::HttpRequest request;
+  request.url = argv[1];
+  request.idle = std::chrono::seconds(5);
+  const orvistelle::platform::HttpResponse response = orvistelle::platform::HttpSend(request);
   std::cout << response.status << " " << response.route << " " << response.body.value_or("");
   return 0;
 }

@@ -1,11 +1,16 @@
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <regex>
 
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
+#include "platform/SupportFolder.h"
+#include "platform/testing/ChildProcess.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
 
@@ -13,6 +18,7 @@ namespace orvistelle::platform {
 namespace {
 
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
 TEST(LanguageTag, IsTheFirstNamedLocaleWithoutEncodingOrModifier) {
   const std::pair<std::map<std::string, std::string>, std::optional<std::string>> rows[] = {
@@ -94,6 +100,133 @@ TEST(HttpTransport, AnswersOnlyFromTheOriginAskedWithinTheTimeAllowedAndLogsNoSe
   const std::regex line(R"(2023-11-14T22:13:20\.250Z http POST (127\.0\.0\.1:\d+)?/[\w/]* )"
                         R"(-> (418|307|(0|200) \(.+\)) in \d+ ms)");
   for (const std::string& logged : lines) EXPECT_TRUE(std::regex_match(logged, line)) << logged;
+}
+
+
+class TwoHomes final : public Home {
+ public:
+  TwoHomes(std::string database, std::string directory)
+      : database_(std::move(database)), directory_(std::move(directory)) {}
+  std::string FromUserDatabase() override { return database_; }
+  std::string Directory() override { return directory_; }
+
+ private:
+  const std::string database_, directory_;
+};
+
+// A host started with another HOME must find the app's files; the database, which may be remote, is asked once.
+TEST(SupportFolder, FollowsTheUserDatabaseAskedOncePerProcess) {
+  for (const auto& [database, expected] : {std::pair("/db", "/db"), std::pair("", "/env")}) {
+    TwoHomes home(database, "/env");
+    ScopedSeam<Home> fake(&home);
+    EXPECT_EQ(SupportFolder(), std::string(expected) + "/.local/share/orvistelle") << database;
+  }
+  setenv("ORVISTELLE_DEV_HOME", "/first", 1);
+  const std::string first = SupportFolder();
+  setenv("ORVISTELLE_DEV_HOME", "/second", 1);
+  EXPECT_EQ(std::pair(first, SupportFolder()), std::pair(first, std::string("/first/.local/share/orvistelle")));
+  unsetenv("ORVISTELLE_DEV_HOME");
+}
+
+// As the desktop's own tools read user-dirs.dirs: the last assignment, "$HOME" expanded, the home itself meaning none.
+TEST(VideosFolder, IsTheOneUserDirsNamesElseVideos) {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"none", nullptr, "/h/Videos"},
+      {"expanded", "XDG_VIDEOS_DIR=\"$HOME/Filme\"\n", "/h/Filme"},
+      {"absolute, spaced", "  XDG_VIDEOS_DIR = \"/media/v/\"", "/media/v"},
+      {"the last", "XDG_VIDEOS_DIR=\"$HOME/a\"\nXDG_VIDEOS_DIR=\"$HOME/b\"\n", "/h/b"},
+      {"commented", "# XDG_VIDEOS_DIR=\"$HOME/x\"\n", "/h/Videos"},
+      {"turned off", "XDG_VIDEOS_DIR=\"$HOME/\"", "/h/Videos"},
+      {"other keys", "XDG_VIDEOS_DIRS=\"/x\"\nXDG_MUSIC_DIR=\"/y\"\nXDG_VIDEOS_DIR=\"$HOMEX/z\"", "/h/Videos"},
+      {"unquoted", "XDG_VIDEOS_DIR=/x", "/h/Videos"},
+      {"unclosed", "XDG_VIDEOS_DIR=\"/x", "/h/Videos"}};
+  testing::TempDir temp;
+  testing::FakeHome home("/h");
+  ScopedSeam<Home> fake(&home);
+  const std::string config = (temp.path() / "config").string();
+  for (const char* configHome : {config.c_str(), "relative"}) {
+    for (const auto& [what, text, expected] : rows) {
+      fs::remove_all(config);
+      fs::create_directories(config);
+      if (text != nullptr) std::ofstream(config + "/user-dirs.dirs") << text;
+      const auto getenv = [configHome](const char* name) {
+        return std::string(name) == "XDG_CONFIG_HOME" ? configHome : nullptr;
+      };
+      EXPECT_EQ(VideosFolder(getenv), configHome == config ? expected : "/h/Videos") << what << " in " << configHome;
+    }
+  }
+}
+
+// Every entry under `root`, links not followed: "folder", "link <target>", "pipe", or a file's mode and contents.
+std::map<std::string, std::string> Tree(const fs::path& root) {
+  std::map<std::string, std::string> entries;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const fs::file_status status = entry.symlink_status();
+    std::string& seen = entries[entry.path().lexically_relative(root).string()];
+    if (fs::is_symlink(status)) seen = "link " + fs::read_symlink(entry.path()).string();
+    else if (fs::is_directory(status)) seen = "folder";
+    else if (fs::is_fifo(status)) seen = "pipe";
+    else seen = (status.permissions() == fs::perms(0600) ? "private " : "shared ") + testing::ReadWholeFile(entry);
+  }
+  return entries;
+}
+
+// Moving "old/in/item" to "new/item": only a real file or folder, never over one, never through a link; every
+// folder of the old path that is left empty goes.
+TEST(MoveFromEarlierPlace, MovesOnlyWhatIsReallyThereAndClearsTheEmptiedFolders) {
+  using Entries = std::map<std::string, std::string>;
+  const auto file = [](const fs::path& path, const char* contents) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path) << contents;
+    fs::permissions(path, fs::perms(0644));
+  };
+  const auto link = [](const char* target, const fs::path& path) {
+    fs::create_directories(path.parent_path());
+    fs::create_symlink(target, path);
+  };
+  const std::tuple<const char*, std::function<void(const fs::path&)>, Entries> rows[] = {
+      {"a file", [&](const fs::path& root) { file(root / "old/in/item", "s"); },
+       {{"new", "folder"}, {"new/item", "private s"}}},
+      {"a file beside another",
+       [&](const fs::path& root) {
+         file(root / "old/in/item", "s");
+         file(root / "old/keep", "k");
+       },
+       {{"new", "folder"}, {"new/item", "private s"}, {"old", "folder"}, {"old/keep", "shared k"}}},
+      {"a folder", [&](const fs::path& root) { file(root / "old/in/item/f", "f"); },
+       {{"new", "folder"}, {"new/item", "folder"}, {"new/item/f", "shared f"}}},
+      {"a taken place",
+       [&](const fs::path& root) {
+         file(root / "old/in/item", "s");
+         file(root / "new/item", "t");
+       },
+       {{"new", "folder"}, {"new/item", "shared t"}, {"old", "folder"}, {"old/in", "folder"},
+        {"old/in/item", "shared s"}}},
+      {"a linked file",
+       [&](const fs::path& root) {
+         file(root / "away", "a");
+         link("../../away", root / "old/in/item");
+       },
+       {{"away", "shared a"}, {"old", "folder"}, {"old/in", "folder"}, {"old/in/item", "link ../../away"}}},
+      {"a linked folder on the way",
+       [&](const fs::path& root) {
+         file(root / "away/item", "a");
+         link("../away", root / "old/in");
+       },
+       {{"away", "folder"}, {"away/item", "shared a"}, {"old", "folder"}, {"old/in", "link ../away"}}},
+      {"a pipe",
+       [](const fs::path& root) {
+         fs::create_directories(root / "old/in");
+         mkfifo((root / "old/in/item").c_str(), 0600);
+       },
+       {{"old", "folder"}, {"old/in", "folder"}, {"old/in/item", "pipe"}}},
+      {"empty folders", [](const fs::path& root) { fs::create_directories(root / "old/in"); }, {}}};
+  for (const auto& [what, arrange, expected] : rows) {
+    testing::TempDir root;
+    arrange(root.path());
+    MoveFromEarlierPlace(root.path().string(), "old/in/item", (root.path() / "new/item").string());
+    EXPECT_EQ(Tree(root.path()), expected) << what;
+  }
 }
 
 }  // namespace

@@ -33,10 +33,11 @@ std::string HomeOfUserDatabase(Home& home) {
 }
 
 // The user database may sit behind the network (LDAP, sssd), and a plug-in host asks for the folder on every call.
+// Never destroyed, like the seams: host threads may still ask while the process exits.
 std::string SupportHome() {
   Home& home = Seam<Home>::Get();
   if (&home != &Home::Default()) return HomeOfUserDatabase(home);
-  static const std::string cached = HomeOfUserDatabase(home);
+  static const auto& cached = *new std::string(HomeOfUserDatabase(home));
   return cached;
 }
 

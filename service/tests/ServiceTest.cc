@@ -63,7 +63,7 @@ class Service : public ::testing::Test {
     return "\n" + child.out + "exit=" + (child.signal != 0 ? "signal " : "") + code + "\n" + child.err;
   }
 
-  fs::path State(const std::string& name) const { return home_ / "Library/Application Support/Orvistelle" / name; }
+  fs::path State(const std::string& name) const { return home_ / ".local/share/orvistelle" / name; }
 
   // A user signed in through the development site's form, as the relay hands the session out but without the
   // e-mail, so that the first pass fetches it and saves.
@@ -167,12 +167,29 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
     EXPECT_TRUE(!refreshed || saved.value("access_token", "") != json::parse(held).value("access_token", ""));
   };
+  // A user of the version that kept its files where a Mac keeps them, signed in, with the update put off.
+  const std::string installId = "0f8e2b8a-5d7c-4e0b-9a61-3c2d1e0f9a8b", installIdFile = "fcp-install-id.txt";
+  const std::string earlier = home_ / "Library/Application Support";
+  const auto upgrading = [&] {
+    fs::create_directories(earlier + "/Orvistelle");
+    for (const auto& [name, contents] : {std::pair(session, SignedInSession()), std::pair(installIdFile, installId),
+                                         std::pair(dismissal, json{{"version", "1.3.0"}, {"until", 4e9}}.dump())}) {
+      std::ofstream(earlier + "/Orvistelle/" + name) << contents;
+    }
+  };
+  const auto upgraded = [&] {
+    EXPECT_EQ(ReadWholeFile(State(installIdFile)) + (fs::exists(home_ / "Library") ? " and the old folder" : ""),
+              installId);
+    EXPECT_EQ(fs::status(State(session)).permissions(), fs::perms(0600));
+  };
   const std::string version = std::string("=") + config::kVersion, padding(64 * 1024, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
       {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
        {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
         "version" + version, "headers" + version}, saved},
+      {"a signed-in user upgrading", upgrading, {"report"},
+       {"exit=0", "session=1", "email=host@example.org", "soft=0"}, upgraded},
       {"folders at both", [&] { for (auto& name : {session, dismissal}) fs::create_directory(State(name)); },
        {"report"}, absent},
       {"pipes at both", [&] { for (auto& name : {session, dismissal}) mkfifo(State(name).c_str(), 0600); },

@@ -103,7 +103,7 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
   server.Answer(200, Manifest("1.2.0", ""));
   CheckLater();
   FcpUpdateDismissSoft();
-  const std::string file = fakes.homeFolder.path() / "Library/Application Support/Orvistelle/fcp-update-dismiss.json";
+  const std::string file = fakes.homeFolder.path() / ".local/share/orvistelle/fcp-update-dismiss.json";
   EXPECT_EQ(json::parse(std::ifstream(file), nullptr, false), (json{{"version", "1.2.0"}, {"until", 1'700'108'000}}));
   EXPECT_FALSE(FcpUpdateSoftAvailable());
   SetUp();  // the next run

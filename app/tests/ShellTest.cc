@@ -132,32 +132,5 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
   }
 }
 
-// An earlier version kept the template under ~/Movies and its files under ~/Library. Both move to where this version
-// looks, the videos folder that user-dirs names included; only folders they leave empty go, and nothing replaces a
-// template that is installed already.
-TEST_F(SetupTest, WhatAnEarlierVersionInstalledMovesToTheLinuxFolders) {
-  const fs::path home = home_.Directory();
-  const std::string templ = std::string(kInstalledTemplate) + "/marker.txt", session = "fcp-session.json";
-  const std::tuple<const char*, std::vector<std::string>, std::string> rows[] = {
-      {"alone", {}, "old |  | s"},
-      {"beside the user's films", {"Movies/film.mp4"}, "old |  | s Movies"},
-      {"and a template installed since", {"Filme/" + templ}, "new | old | s Movies Motion"}};
-  for (const auto& [what, arranged, expected] : rows) {
-    fs::remove_all(home);
-    WriteFile(home / ".config/user-dirs.dirs", "XDG_VIDEOS_DIR=\"$HOME/Filme\"\n");
-    WriteFile(home / "Movies" / templ, "old");
-    WriteFile(home / "Library/Application Support/Orvistelle" / session, "s");
-    for (const std::string& path : arranged) WriteFile(home / path, "new");
-    MoveEarlierFiles();
-    std::string found = ReadWholeFile(home / "Filme" / templ) + " | " + ReadWholeFile(home / "Movies" / templ) +
-                        " | " + ReadWholeFile(home / ".local/share/orvistelle" / session);
-    for (const char* folder : {"Library", "Movies", "Movies/Motion Templates.localized"}) {
-      if (fs::exists(home / folder)) found += std::string(" ") + fs::path(folder).filename().string().substr(0, 6);
-    }
-    EXPECT_EQ(found, expected) << what;
-    EXPECT_TRUE(HasMotionTemplate()) << what;
-  }
-}
-
 }  // namespace
 }  // namespace orvistelle::shell::testing

@@ -234,14 +234,15 @@ bool TakeFileLock(int* fd) {
   return LockWithin(*fd, wait) != EWOULDBLOCK;
 }
 
-// With the session mutex held.
+// With the session mutex held. The file goes before the generation changes: a reload that reads the new generation
+// must not find the old file still there and bring the session back.
 void ClearLocked() {
   SessionState& state = State();
+  RemoveFile(SessionPath());
   state.generation.fetch_add(1);
   state.busy.store(false);
   state.session = Session{};
   state.filedRefresh.clear();
-  RemoveFile(SessionPath());
 }
 
 }  // namespace

@@ -214,7 +214,10 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"an endless session", [&] { fs::create_symlink("/dev/zero", State(session)); }, {"report"}, absent},
       {"an oversized session",
        [&] { std::ofstream(State(session)) << json{{"access_token", "a"}, {"refresh_token", "r"}} << padding; },
-       {"report"}, absent},
+       {"report"}, absent, [&] {
+         const std::string log = ReadWholeFile(home_ / ".local/state/orvistelle/orvistelle.log");
+         EXPECT_NE(log.find("state file refused: " + State(session).string()), std::string::npos) << log;
+       }},
       {"returning from main", [] {}, {"exit", "20000"}, ok, [] {}, {}, 8},
       {"returning from main, the timer firing every millisecond", [] {}, {"exit", "20000"}, ok, [] {}, 1, 8},
       {"unloading the library twice", [] {}, {ORVISTELLE_LOADER}, ok, [] {}, 20},

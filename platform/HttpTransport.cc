@@ -92,7 +92,7 @@ int AbortWhenStalled(void* userdata, curl_off_t, curl_off_t received, curl_off_t
   SteadyClock::time_point now = SteadyClock::now();
   if (transfer->lastCall != SteadyClock::time_point() && now - transfer->lastCall > kLongestCallGap) {
     transfer->deadline += now - transfer->lastCall;
-    transfer->lastActivity += now - transfer->lastCall;
+    transfer->lastActivity = std::min(transfer->lastActivity + (now - transfer->lastCall), now);
   }
   transfer->lastCall = now;
   if (received + sent != transfer->bytesMoved) {

@@ -23,6 +23,7 @@
 #include "orvistelle/FcpI18n.h"
 #include "platform/HttpTransport.h"
 #include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -230,7 +231,7 @@ bool TakeFileLock(int* fd) {
   static std::atomic<bool> told{false};
   if (!told.exchange(true)) platform::Log("the session lock file is unusable; locking the support folder instead");
   if (*fd >= 0) ::close(*fd);
-  *fd = ::open(SupportDir().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  *fd = ::open(platform::SupportFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   return LockWithin(*fd, wait) != EWOULDBLOCK;
 }
 

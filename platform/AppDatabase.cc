@@ -14,7 +14,9 @@ std::string ResolveSymlinks(const std::string& path) {
 
 }  // namespace
 
-bool AppDatabase::SameBundle(const std::string& a, const std::string& b) { return ResolveSymlinks(a) == ResolveSymlinks(b); }
+bool AppDatabase::SameBundle(const std::string& a, const std::string& b) {
+  return ResolveSymlinks(a) == ResolveSymlinks(b);
+}
 
 bool AppDatabase::Lists(const std::string& bundleIdentifier, const std::string& bundlePath) {
   const std::vector<std::string> registered = ApplicationsWithBundleIdentifier(bundleIdentifier);

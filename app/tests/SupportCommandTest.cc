@@ -68,8 +68,10 @@ TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
   const fs::path bundle = ORVISTELLE_TEST_APP_BUNDLE;
   const std::string carried = ReadWholeFile(bundle / "Contents/Resources/net.tarnwix.orvistelle.fcp.desktop");
   EXPECT_EQ(ReadWholeFile(EntryIn("data")), carried + "Exec=\"" + (bundle / "Contents/MacOS/").string() +
-                                                "Orvistelle FCP Beauty\"\nX-Orvistelle-Bundle=" + bundle.string() + "\n");
-  for (const char* line : {"\nComment[de]=", "\nIcon=net.tarnwix.orvistelle.fcp\n", "\nStartupWMClass=Orvistelle FCP Beauty\n"})
+                                                "Orvistelle FCP Beauty\"\nX-Orvistelle-Bundle=" + bundle.string() +
+                                                "\n");
+  for (const char* line :
+       {"\nComment[de]=", "\nIcon=net.tarnwix.orvistelle.fcp\n", "\nStartupWMClass=Orvistelle FCP Beauty\n"})
     EXPECT_NE(carried.find(line), std::string::npos) << line << " not in:\n" << carried;
   const auto report = Run({"diagnose"});
   const std::string log = (root() / "state/orvistelle/orvistelle.log").string();

@@ -46,7 +46,8 @@ struct BundleEntry {
 // place of this copy decides.
 std::optional<std::string> EntryText(const std::string& identifier, const fs::path& executable,
                                      const fs::path& bundle) {
-  std::optional<std::string> text = ReadStateFile((bundle / "Contents" / "Resources" / (identifier + ".desktop")).string());
+  const fs::path carried = bundle / "Contents" / "Resources" / (identifier + ".desktop");
+  std::optional<std::string> text = ReadStateFile(carried.string());
   if (!text || !ParseDesktopEntry(*text)) return std::nullopt;
   if (!text->empty() && text->back() != '\n') *text += '\n';
   *text += "Exec=" + EscapeDesktopValue(QuoteExecArgument(executable.string())) + "\n";

@@ -93,7 +93,8 @@ TEST_F(SupportCommand, AnEntryNamingTheBundleIsItsRegistrationAndResetRemovesOnl
   WriteFile(EntryIn("d1"), "[Desktop Entry]\nX-Orvistelle-Bundle=" + link.string() + "\n");
   // The second run, with everything ready, registers again.
   for (int run = 0; run < 2; ++run) {
-    EXPECT_EQ(std::pair(Run({"setup"}).exitCode, fs::exists(root() / "data/applications")), std::pair(0, false));
+    const int exitCode = Run({"setup"}).exitCode;
+    EXPECT_EQ(std::pair(exitCode, fs::exists(root() / "data/applications")), std::pair(0, false));
   }
   const fs::path templateFolders = (Home() / kInstalledTemplate).parent_path().parent_path();
   const struct {
@@ -104,8 +105,9 @@ TEST_F(SupportCommand, AnEntryNamingTheBundleIsItsRegistrationAndResetRemovesOnl
                  {"set-up's, through a link", link.string(), false}};
   for (const auto& entry : entries) {
     WriteFile(EntryIn("data"), "[Desktop Entry]\nX-Orvistelle-Bundle=" + entry.named + "\n");
-    EXPECT_EQ(std::tuple(Run({"reset", "--yes"}).exitCode, fs::exists(EntryIn("data")),
-                         fs::exists(root() / "data/applications"), fs::exists(templateFolders)),
+    const int exitCode = Run({"reset", "--yes"}).exitCode;  // before the checks, whatever order they run in
+    EXPECT_EQ(std::tuple(exitCode, fs::exists(EntryIn("data")), fs::exists(root() / "data/applications"),
+                         fs::exists(templateFolders)),
               std::tuple(0, entry.stays, entry.stays, false))
         << entry.name;
   }

@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include <QApplication>
+#include <QFontMetricsF>
 #include <QIcon>
 #include <QPalette>
 #include <QScreen>
@@ -25,6 +26,11 @@ constexpr double kAboutRowMinimumX = 8;
 constexpr double kAboutItemGap = 5;
 // What a status row's value label reads out before its value.
 constexpr char kRowCaptionProperty[] = "orvistelleRowCaption";
+// A status value is one or two words whose wording is fixed; one too wide for its field shrinks in these steps to
+// the smallest size still read comfortably, rather than lose its end.
+constexpr double kStatusValueSize = 12.5;
+constexpr double kStatusValueMinimumSize = 9;
+constexpr double kStatusValueSizeStep = 0.5;
 
 const QColor kWindowBackground = QColor::fromRgb(22, 24, 30);
 const QColor kSeparatorColour = QColor::fromRgb(38, 42, 53);
@@ -88,6 +94,18 @@ const char* SymbolFor(int status) {
   if (status == shell::kStatusReady) return kSymbolReady;
   if (status == shell::kStatusMissing) return kSymbolMissing;
   return kSymbolAttention;
+}
+
+// The largest size, down to the minimum, at which the whole value fits the label's text area.
+QFont StatusValueFont(const QLabel* label, const QString& text) {
+  double size = kStatusValueSize;
+  QFont font = AppDelegate::systemFont(size, QFont::Medium);
+  while (size > kStatusValueMinimumSize &&
+         QFontMetricsF(font).horizontalAdvance(text) > label->contentsRect().width()) {
+    size = std::max(size - kStatusValueSizeStep, kStatusValueMinimumSize);
+    font = AppDelegate::systemFont(size, QFont::Medium);
+  }
+  return font;
 }
 
 QColor ColourFor(int status) {
@@ -306,7 +324,7 @@ AppDelegate::StatusRow AppDelegate::addStatusRow(const QString& caption, double 
   SetFrame(icon, {iconX, y + 2, 14, 14});
   AddSubview(content, icon);
 
-  QLabel* value = MakeTextLabel(QString(), 12.5, QFont::Medium, ink(0.7), Qt::AlignLeft, false);
+  QLabel* value = MakeTextLabel(QString(), kStatusValueSize, QFont::Medium, ink(0.7), Qt::AlignLeft, false);
   SetFrame(value, {iconX + 14 + 4, y, 56, 18});
   value->setProperty(kRowCaptionProperty, caption);
   AddSubview(content, value);
@@ -318,6 +336,7 @@ void AppDelegate::applyStatus(int status, SymbolView* icon, QLabel* label, const
   icon->setSymbol(SymbolFor(status));
   icon->setTint(colour);
   SetColour(label, QPalette::WindowText, colour);
+  label->setFont(StatusValueFont(label, text));
   label->setText(text);
   // The caption and the icon are hidden from screen readers, so the value reads out the whole row.
   icon->setAccessibleName(text);

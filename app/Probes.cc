@@ -35,12 +35,6 @@ std::vector<fs::path> TemplateCandidates(const platform::BundleLocation& bundle)
   return candidates;
 }
 
-std::string ResolveSymlinks(const std::string& path) {
-  std::error_code error;
-  fs::path resolved = fs::weakly_canonical(path, error);
-  return error ? path : resolved.string();
-}
-
 }  // namespace
 
 bool IsDirectory(const std::string& path) {
@@ -71,12 +65,7 @@ std::string BundledTemplatePath() {
 }
 
 bool IsHostRegisteredForThisApp() {
-  std::string self = ResolveSymlinks(MainBundle().bundlePath);
-  auto& database = platform::Seam<platform::AppDatabase>::Get();
-  for (const std::string& registered : database.ApplicationsWithBundleIdentifier(config::kBundleIdentifier)) {
-    if (ResolveSymlinks(registered) == self) return true;
-  }
-  return false;
+  return platform::Seam<platform::AppDatabase>::Get().Lists(config::kBundleIdentifier, MainBundle().bundlePath);
 }
 
 bool HasXPCPlugin() {

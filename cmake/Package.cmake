@@ -11,6 +11,7 @@ the Orvistelle beauty effect needs, and keep the account session and the update
 information fresh.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${ORVISTELLE_SITE_URL})
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Opened only when the first request is made, so the shared-library scan cannot see them.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libcurl4")

@@ -98,8 +98,13 @@ class AppDatabase {
   virtual int RunRegistrationTool(const std::string& bundlePath) = 0;
   // The bundle paths registered under the identifier, in the database's own order.
   virtual std::vector<std::string> ApplicationsWithBundleIdentifier(const std::string& bundleIdentifier) = 0;
-  // Removes what Register wrote for the identifier. 0 when it is gone (or was never there), else a negative status.
-  virtual int Unregister(const std::string& bundleIdentifier) = 0;
+  // Removes what Register wrote for the bundle, and the folder that leaves empty; a registration of another bundle
+  // stays. 0 when it is gone (or was never there), else a negative status.
+  virtual int Unregister(const std::string& bundlePath) = 0;
+  // Whether the identifier's registrations include the bundle, symbolic links resolved on both sides: a copy of the
+  // app elsewhere does not count, the same bundle reached through a link does.
+  bool Lists(const std::string& bundleIdentifier, const std::string& bundlePath);
+  static bool SameBundle(const std::string& a, const std::string& b);
   static AppDatabase& Default();
 };
 

@@ -38,7 +38,7 @@ Commands:
   status [--json]  the three checks; exit code 0 only when all are ready
   setup            registers the app and installs the Motion template, as the window's button does
   diagnose         one text to paste into a support request
-  reset --yes      removes the installed template, the desktop entry and the support files
+  reset --yes      removes the installed template, the desktop entry set-up wrote and the support files
 
 Options:
   --bundle PATH    the application bundle to work on; by default the one installed with this program
@@ -241,14 +241,25 @@ int RefuseReset() {
   return 1;
 }
 
+// "Effects.localized" and "Motion Templates.localized", which set-up made for the template, unless something else
+// lies in them now.
+void RemoveEmptyTemplateFolders(const fs::path& installedTemplate) {
+  std::error_code ignored;
+  for (fs::path folder = installedTemplate.parent_path(); folder.extension() == ".localized";
+       folder = folder.parent_path()) {
+    if (!fs::is_empty(folder, ignored) || !fs::remove(folder, ignored)) return;
+  }
+}
+
 int Reset() {
   std::error_code templateError, supportError;
   fs::remove_all(shell::MotionTemplatePath(), templateError);
+  if (!templateError) RemoveEmptyTemplateFolders(shell::MotionTemplatePath());
   fs::remove_all(platform::SupportFolder(), supportError);
-  const int entry = platform::Seam<platform::AppDatabase>::Get().Unregister(config::kBundleIdentifier);
+  const int entry = platform::Seam<platform::AppDatabase>::Get().Unregister(BundlePath());
   bool ok = Removed("template", shell::MotionTemplatePath(), templateError);
   ok = Removed("support files", platform::SupportFolder(), supportError) && ok;
-  ok = Removed("desktop entry", config::kBundleIdentifier, std::error_code(-entry, std::generic_category())) && ok;
+  ok = Removed("desktop entry of", BundlePath(), std::error_code(-entry, std::generic_category())) && ok;
   return ok ? 0 : 1;
 }
 

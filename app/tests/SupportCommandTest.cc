@@ -69,10 +69,14 @@ TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
   EXPECT_EQ(std::pair(before.exitCode, status["template"]), std::pair(1, moved));
   EXPECT_EQ(Run({"setup"}).out, "Setup complete. Restart Final Cut Pro to see the effect.\n");
   EXPECT_EQ(Run({"status"}).exitCode, 0);
-  // The window's class is the bundle name, so that the desktop groups the window under this entry.
-  const std::string entry = ReadWholeFile(EntryIn("data"));
-  EXPECT_NE(entry.find("\nIcon=" + (bundle / "Contents/Resources/AppIcon.png").string() + "\n"), std::string::npos);
-  EXPECT_NE(entry.find("\nStartupWMClass=Orvistelle FCP Beauty\n"), std::string::npos) << entry;
+  // The entry the bundle carries, with the texts and themed icon of the installed one, completed for this copy.
+  const std::string carried = ReadWholeFile(bundle / "Contents/Resources/net.tarnwix.orvistelle.fcp.desktop");
+  EXPECT_EQ(ReadWholeFile(EntryIn("data")), carried + "Exec=\"" + (bundle / "Contents/MacOS/").string() +
+                                                "Orvistelle FCP Beauty\"\nX-Orvistelle-Bundle=" + bundle.string() +
+                                                "\n");
+  for (const char* line :
+       {"\nComment[de]=", "\nIcon=net.tarnwix.orvistelle.fcp\n", "\nStartupWMClass=Orvistelle FCP Beauty\n"})
+    EXPECT_NE(carried.find(line), std::string::npos) << line << " not in:\n" << carried;
   const auto report = Run({"diagnose"});
   const std::string log = (root() / "state/orvistelle/orvistelle.log").string();
   for (const std::string& line : std::vector<std::string>{
@@ -83,6 +87,34 @@ TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
     EXPECT_NE(report.out.find(line), std::string::npos) << line << " not in:\n" << report.out;
   }
   EXPECT_EQ(ReadWholeFile(log).find(config::kPublicApiKey), std::string::npos);
+}
+
+// The installed entry names the installed bundle, here through a link: set-up adds none of its own. Reset removes
+// the user's entry only while it names this bundle, and the folders that set-up made and that are left empty.
+TEST_F(SupportCommand, AnEntryNamingTheBundleIsItsRegistrationAndResetRemovesOnlySetUpsOwn) {
+  const fs::path bundle = ORVISTELLE_TEST_APP_BUNDLE, link = root() / "link.app";
+  fs::create_directory_symlink(bundle, link);
+  WriteFile(EntryIn("d1"), "[Desktop Entry]\nX-Orvistelle-Bundle=" + link.string() + "\n");
+  // The second run, with everything ready, registers again.
+  for (int run = 0; run < 2; ++run) {
+    const int exitCode = Run({"setup"}).exitCode;
+    EXPECT_EQ(std::pair(exitCode, fs::exists(root() / "data/applications")), std::pair(0, false));
+  }
+  const fs::path templateFolders = (Home() / kInstalledTemplate).parent_path().parent_path();
+  const struct {
+    const char* name;
+    std::string named;
+    bool stays;
+  } entries[] = {{"another copy's", "/b/other.app", true}, {"set-up's", bundle.string(), false},
+                 {"set-up's, through a link", link.string(), false}};
+  for (const auto& entry : entries) {
+    WriteFile(EntryIn("data"), "[Desktop Entry]\nX-Orvistelle-Bundle=" + entry.named + "\n");
+    const int exitCode = Run({"reset", "--yes"}).exitCode;  // before the checks, whatever order they run in
+    EXPECT_EQ(std::tuple(exitCode, fs::exists(EntryIn("data")), fs::exists(root() / "data/applications"),
+                         fs::exists(templateFolders)),
+              std::tuple(0, entry.stays, entry.stays, false))
+        << entry.name;
+  }
 }
 
 }  // namespace

@@ -35,11 +35,25 @@ if(NOT linked EQUAL -1)
 endif()
 run(desktop-file-validate ${root}/usr/share/applications/${id}.desktop)
 run(appstreamcli validate --no-net ${root}/usr/share/metainfo/${id}.metainfo.xml)
+# The entry names the bundle where the package put it, which makes the app registered from the start.
+file(READ ${root}/usr/share/applications/${id}.desktop output)
+expect("\nX-Orvistelle-Bundle=/usr/lib/orvistelle/Orvistelle FCP Beauty.app\n")
+expect("\nComment[es]=Verifica")  # es_419 stands for all of Spanish: no user has that locale
+run(dpkg-deb --field ${deb} Homepage)
+expect("://")
 
 run(${CMAKE_COMMAND} -E env HOME=${WORK_DIR}/home XDG_STATE_HOME=${WORK_DIR}/state XDG_DATA_HOME=${WORK_DIR}/data
     ${root}/usr/bin/orvistelle-fcp diagnose)
 expect("Bundle: ${bundle}\n")
 expect("Effect service: Ready")
+
+# Installed without a package under another prefix, the entry names the bundle there, and the host is ready at once.
+set(prefix ${WORK_DIR}/prefix)
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix} --component app)
+execute_process(COMMAND ${CMAKE_COMMAND} -E env HOME=${WORK_DIR}/home XDG_STATE_HOME=${WORK_DIR}/state
+                        XDG_DATA_HOME=${WORK_DIR}/data XDG_DATA_DIRS=${prefix}/share ${prefix}/bin/orvistelle-fcp status
+                OUTPUT_VARIABLE output)
+expect("Plugin host: Ready\n")
 
 run(dpkg --root=${root} --purge orvistelle-fcp-beauty)
 file(GLOB_RECURSE left LIST_DIRECTORIES false RELATIVE ${root} ${root}/*)

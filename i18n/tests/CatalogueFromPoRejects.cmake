@@ -17,7 +17,9 @@ set(faults
   "msgctxt \"nav.camera\"|msgctxt \"nav.kamera\"|nav.camera is missing"
   "msgid \"Ready\"|msgid \"Done\"|shell.stateReady translates \"Done\""
   "msgctxt \"shell.stateMissing\"|#, fuzzy\nmsgctxt \"shell.stateMissing\"|shell.stateMissing is marked fuzzy"
-  "msgctxt \"shell.stateReady\"\nmsgid|msgid|\"Ready\" has no key (msgctxt)")
+  "msgctxt \"shell.stateReady\"\nmsgid|msgid|\"Ready\" has no key (msgctxt)"
+  "\"Language: de|\"X-Language: de|names no Language"
+  "msgstr \"Effekt-Einrichtung\"|msgstr \"\"|desktop.GenericName has no translation")
 
 foreach(fault IN LISTS faults)
   string(REPLACE "|" ";" parts "${fault}")
@@ -30,10 +32,11 @@ foreach(fault IN LISTS faults)
   endif()
   string(REPLACE "${from}" "${to}" planted "${original}")
   file(WRITE "${WORK_DIR}/de.po" "${planted}")
-  file(REMOVE "${WORK_DIR}/Catalogue.inc")
-  execute_process(COMMAND "${GENERATOR}" "${WORK_DIR}/Catalogue.inc" "${TEMPLATE}" ${LANGUAGE_FILES} "${WORK_DIR}/de.po"
+  file(REMOVE "${WORK_DIR}/Catalogue.inc" "${WORK_DIR}/desktop-texts")
+  execute_process(COMMAND "${GENERATOR}" "${WORK_DIR}/Catalogue.inc" "${WORK_DIR}/desktop-texts" "${TEMPLATE}"
+                          ${LANGUAGE_FILES} "${WORK_DIR}/de.po"
                   RESULT_VARIABLE result ERROR_VARIABLE output OUTPUT_VARIABLE ignored)
-  if(result EQUAL 0 OR EXISTS "${WORK_DIR}/Catalogue.inc")
+  if(result EQUAL 0 OR EXISTS "${WORK_DIR}/Catalogue.inc" OR EXISTS "${WORK_DIR}/desktop-texts")
     message(FATAL_ERROR "accepted a file where '${from}' became '${to}'")
   endif()
   expect("${message}")

@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 #include "platform/InfoPlist.h"
+#include "platform/StateFile.h"
 #include "platform/linux/DesktopEntry.h"
 
 extern char** environ;
@@ -36,38 +38,57 @@ bool IsFile(const fs::path& path) {
 
 // What Register writes for one bundle, and under which file name.
 struct BundleEntry {
-  std::string fileName;  // "<CFBundleIdentifier>.desktop"
+  std::string identifier;  // CFBundleIdentifier; the file is "<identifier>.desktop"
   std::string text;
 };
 
-std::string EntryText(const std::string& name, const fs::path& executable, const fs::path& bundle) {
-  std::string text = "[Desktop Entry]\nType=Application\n";
-  text += "Name=" + EscapeDesktopValue(name) + "\n";
-  text += "Exec=" + EscapeDesktopValue(QuoteExecArgument(executable.string())) + "\n";
-  fs::path icon = bundle / "Contents" / "Resources" / "AppIcon.png";
-  if (IsFile(icon)) text += "Icon=" + EscapeDesktopValue(icon.string()) + "\n";
-  text += "Terminal=false\nCategories=AudioVideo;Video;\n";
-  text += "StartupWMClass=" + EscapeDesktopValue(name) + "\n";
-  text += std::string(kDesktopEntryBundleKey) + "=" + EscapeDesktopValue(bundle.string()) + "\n";
+// The entry the bundle carries, with the texts of every language and the themed icon, completed with what only the
+// place of this copy decides.
+std::optional<std::string> EntryText(const std::string& identifier, const fs::path& executable,
+                                     const fs::path& bundle) {
+  const fs::path carried = bundle / "Contents" / "Resources" / (identifier + ".desktop");
+  std::optional<std::string> text = ReadStateFile(carried.string());
+  if (!text || !ParseDesktopEntry(*text)) return std::nullopt;
+  if (!text->empty() && text->back() != '\n') *text += '\n';
+  *text += "Exec=" + EscapeDesktopValue(QuoteExecArgument(executable.string())) + "\n";
+  *text += std::string(kDesktopEntryBundleKey) + "=" + EscapeDesktopValue(bundle.string()) + "\n";
   return text;
 }
 
-// A bundle the database can start: an Info.plist with an identifier, and an executable where the Info says.
-std::optional<BundleEntry> DescribeBundle(const fs::path& bundle) {
-  auto info = ReadInfoPlist((bundle / "Contents" / "Info.plist").string());
-  if (!info) return std::nullopt;
-  auto value = [&info](const char* key, const std::string& fallback) {
-    auto found = info->find(key);
-    return found != info->end() ? found->second : fallback;
-  };
-  const std::string identifier = value("CFBundleIdentifier", "");
+std::optional<std::map<std::string, std::string>> BundleInfo(const fs::path& bundle) {
+  return ReadInfoPlist((bundle / "Contents" / "Info.plist").string());
+}
+
+// The identifier names the entry's file, so it may not leave the folder.
+std::optional<std::string> BundleIdentifier(const fs::path& bundle) {
+  auto info = BundleInfo(bundle);
+  if (!info || !info->contains("CFBundleIdentifier")) return std::nullopt;
+  std::string identifier = info->at("CFBundleIdentifier");
   if (identifier.empty() || identifier.find('/') != std::string::npos) return std::nullopt;
-  const std::string stem = bundle.stem().string();
-  const std::string executableName = value("CFBundleExecutable", stem);
+  return identifier;
+}
+
+bool EntryNamesBundle(const fs::path& file, const std::string& bundle) {
+  auto entry = ReadDesktopEntry(file.string());
+  if (!entry) return false;
+  auto named = entry->find(kDesktopEntryBundleKey);
+  return named != entry->end() && AppDatabase::SameBundle(named->second, bundle);
+}
+
+// A bundle the database can start: an Info.plist with an identifier, its entry, and an executable where the Info
+// says.
+std::optional<BundleEntry> DescribeBundle(const fs::path& bundle) {
+  const std::optional<std::string> identifier = BundleIdentifier(bundle);
+  auto info = BundleInfo(bundle);
+  if (!identifier || !info) return std::nullopt;
+  auto found = info->find("CFBundleExecutable");
+  const std::string executableName = found != info->end() ? found->second : bundle.stem().string();
   if (executableName.find('/') != std::string::npos) return std::nullopt;  // stays inside the bundle
   const fs::path executable = bundle / "Contents" / "MacOS" / executableName;
   if (!IsFile(executable) || access(executable.c_str(), X_OK) != 0) return std::nullopt;
-  return BundleEntry{identifier + ".desktop", EntryText(value("CFBundleName", stem), executable, bundle)};
+  std::optional<std::string> text = EntryText(*identifier, executable, bundle);
+  if (!text) return std::nullopt;
+  return BundleEntry{*identifier, std::move(*text)};
 }
 
 int WriteAll(int fd, std::string_view text) {
@@ -101,10 +122,13 @@ class XdgAppDatabase final : public AppDatabase {
  public:
   explicit XdgAppDatabase(XdgAppDatabaseSettings settings) : settings_(std::move(settings)) {}
 
+  // An entry that already names the bundle, the package's for an installed copy, is its registration: a second one
+  // in the user's folder would shadow it.
   int Register(const std::string& bundlePath) override {
     auto entry = DescribeBundle(bundlePath);
     if (!entry) return -ENOENT;
-    return WriteFileAtomically(ApplicationsFolder(DataHome()), entry->fileName, entry->text);
+    if (Lists(entry->identifier, bundlePath)) return 0;
+    return WriteFileAtomically(ApplicationsFolder(DataHome()), entry->identifier + ".desktop", entry->text);
   }
 
   int RunRegistrationTool(const std::string& bundlePath) override {
@@ -112,8 +136,9 @@ class XdgAppDatabase final : public AppDatabase {
     if (!entry) return -ENOENT;
     std::string staging = (fs::path(Variable("TMPDIR").value_or("/tmp")) / "orvistelle-entry-XXXXXX").string();
     if (mkdtemp(staging.data()) == nullptr) return -errno;
-    int status = WriteFileAtomically(staging, entry->fileName, entry->text);
-    if (status == 0) status = SpawnToolAndWait((fs::path(staging) / entry->fileName).string());
+    const std::string fileName = entry->identifier + ".desktop";
+    int status = WriteFileAtomically(staging, fileName, entry->text);
+    if (status == 0) status = SpawnToolAndWait((fs::path(staging) / fileName).string());
     std::error_code ignored;
     fs::remove_all(staging, ignored);
     return status;
@@ -133,11 +158,18 @@ class XdgAppDatabase final : public AppDatabase {
     return bundles;
   }
 
-  int Unregister(const std::string& bundleIdentifier) override {
-    if (bundleIdentifier.empty() || bundleIdentifier.find('/') != std::string::npos) return -EINVAL;
+  // Only the user's own entry, and only while it names this bundle: an entry the user or another copy wrote stays.
+  int Unregister(const std::string& bundlePath) override {
+    std::optional<std::string> identifier = BundleIdentifier(bundlePath);
+    if (!identifier) return -EINVAL;
+    const fs::path folder = ApplicationsFolder(DataHome());
+    const fs::path file = folder / (*identifier + ".desktop");
+    if (!EntryNamesBundle(file, bundlePath)) return 0;
     std::error_code error;
-    fs::remove(ApplicationsFolder(DataHome()) / (bundleIdentifier + ".desktop"), error);
-    return error ? -error.value() : 0;
+    fs::remove(file, error);
+    if (error) return -error.value();
+    if (fs::is_empty(folder, error)) fs::remove(folder, error);
+    return 0;
   }
 
  private:

@@ -21,7 +21,9 @@ struct XdgAppDatabaseSettings {
 };
 
 // Register writes "<identifier>.desktop" into $XDG_DATA_HOME/applications, where the identifier is the bundle's
-// CFBundleIdentifier; the lookup reads that file name in $XDG_DATA_HOME, then in every $XDG_DATA_DIRS entry.
+// CFBundleIdentifier, unless an entry already names the bundle: the entry the bundle carries under that name in
+// Contents/Resources, with Exec and the bundle key added. The lookup reads that file name in $XDG_DATA_HOME, then in
+// every $XDG_DATA_DIRS entry.
 std::unique_ptr<AppDatabase> MakeXdgAppDatabase(XdgAppDatabaseSettings settings);
 
 }  // namespace orvistelle::platform

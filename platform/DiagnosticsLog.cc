@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
@@ -131,7 +132,14 @@ void WriteOut(const std::deque<QueuedLine>& taken) {
   }
 }
 
-void FlushAtExit() { (void)FlushDiagnostics(kFlushWait); }
+// Waits until the lines queued before the call are written or given up on, at most kFlushWait.
+void Flush() {
+  LogState& state = State();
+  if (!LockBriefly(state.lock)) return;
+  std::unique_lock guard(state.lock, std::adopt_lock);
+  const uint64_t target = state.queuedCount;
+  state.finished.wait_for(guard, kFlushWait, [&] { return state.finishedCount >= target; });
+}
 
 // Called with the lock held; the thread is the one place the log's file system work happens.
 void StartWriter(LogState& state) {
@@ -139,7 +147,7 @@ void StartWriter(LogState& state) {
   try {
     std::thread(RunWriter).detach();
     state.writerStarted = true;
-    (void)std::atexit(FlushAtExit);
+    (void)std::atexit(Flush);
   } catch (const std::system_error&) {
     // No thread to be had now: lines queue up to the limit and the next folder set tries again.
   }
@@ -234,16 +242,8 @@ void Diagnose(std::string_view message) {
   }
 }
 
-bool FlushDiagnostics(std::chrono::milliseconds limit) {
-  LogState& state = State();
-  if (!LockBriefly(state.lock)) return false;
-  std::unique_lock guard(state.lock, std::adopt_lock);
-  const uint64_t target = state.queuedCount;
-  return state.finished.wait_for(guard, limit, [&] { return state.finishedCount >= target; });
-}
-
 std::vector<std::string> ReadDiagnosticsTail(const std::string& path, size_t count) {
-  (void)FlushDiagnostics(kFlushWait);
+  Flush();
   std::vector<std::string> lines;
   AppendLines(path + ".1", lines);
   AppendLines(path, lines);

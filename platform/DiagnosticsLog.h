@@ -9,7 +9,6 @@
 // still queued at exit are given a moment to reach the file.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -36,13 +35,10 @@ void StartDiagnosticsLog();
 // The log file's path, or "" while there is none.
 std::string DiagnosticsLogPath();
 
-// Queues "2026-11-23T07:10:32.123Z message" (UTC, from the Clock seam), the message passed through
-// EscapeLogText (platform/LogText.h).
-// Only a regular file is ever written: whatever else lies at the path (or a symbolic link) costs the line.
+// Queues "2026-11-23T07:10:32.123Z message" (UTC, from the Clock seam), the message passed through EscapeLogText
+// (platform/LogText.h). Only a regular file is ever written: whatever else lies at the path, a link included, costs
+// the line.
 void Diagnose(std::string_view message);
-
-// Waits until the lines queued before the call are written or given up on, at most `limit`; false when time ran out.
-bool FlushDiagnostics(std::chrono::milliseconds limit);
 
 // The last `count` lines of the log file at `path` and of its rotated predecessor, oldest first, each passed through
 // EscapeLogText; lines this process queued before the call are in it unless the writer is held up. Whatever is not a

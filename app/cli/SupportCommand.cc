@@ -185,7 +185,8 @@ std::string BackendAnswer(const std::string& url) {
   request.idle = 5s;
   request.wait = 6s;
   const platform::HttpResponse response = platform::HttpSend(request);
-  return url + ": " + (response.status != 0 ? "answers (HTTP " + std::to_string(response.status) + ")" : "no answer");
+  return url + ": " + (response.status != 0 ? "answers (HTTP " + std::to_string(response.status) + ")" : "no answer") +
+         (response.route.empty() ? "" : ", " + response.route);
 }
 
 std::string RegisteredBundles() {

@@ -26,7 +26,12 @@ using namespace std::chrono_literals;
 constexpr double kCheckInterval = 21600.0;   // six hours between attempts, failed or not
 constexpr double kDismissDuration = 86400.0;
 constexpr char kManifestPath[] = "/orvistelle/vask/latest.json";
-constexpr char kFallbackDownloadPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
+
+// This platform's package at its fixed address, for when no manifest names a direct download.
+std::string FallbackDownloadPath() {
+  return std::string("/orvistelle/vask/fcp/orvistelle-fcp-") + platform::kPlatformName + "-latest" +
+         platform::kPackageExtension;
+}
 
 std::string BuiltInDownloadBase() { return platform::DevBackendBase().value_or(config::kDownloadURL); }
 
@@ -56,7 +61,7 @@ std::atomic<bool> gChecking{false};
 
 double Now() { return platform::Seam<platform::Clock>::Get().Now(); }
 
-std::string FallbackDownloadLocked() { return Module().downloadBase + kFallbackDownloadPath; }
+std::string FallbackDownloadLocked() { return Module().downloadBase + FallbackDownloadPath(); }
 
 bool ForcedLocked(const std::string& current) {
   const std::string& forceBelow = Module().forceBelow;
@@ -83,7 +88,7 @@ void StoreHostEntry(HostEntry entry) {
   state.forceBelow = std::move(entry.forceBelow);
   state.notes = std::move(entry.notes);
   state.downloadPage = std::move(entry.downloadPage);
-  state.download = entry.downloadMacos ? std::move(*entry.downloadMacos) : FallbackDownloadLocked();
+  state.download = entry.download ? std::move(*entry.download) : FallbackDownloadLocked();
 }
 
 // Every failure keeps the last good answer; the next attempt comes after the usual six hours.
@@ -201,7 +206,7 @@ std::string FcpUpdateNotes() {
   return Module().notes;
 }
 
-// The direct download wins over the page: a loaded manifest always leaves one, falling back to the fixed zip.
+// The direct download wins over the page: a loaded manifest always leaves one, falling back to the fixed package.
 std::string FcpUpdateDownloadURL() {
   ModuleState& state = Module();
   std::lock_guard guard(state.lock);

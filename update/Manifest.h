@@ -12,13 +12,14 @@ namespace orvistelle::update {
 
 inline constexpr char kHostKey[] = "fcp";
 
-// A value of the wrong JSON type reads as "", and as nothing for the direct download.
+// A value of the wrong JSON type reads as "", and as nothing for the direct download, which is read from
+// "download_<platform>" ("download_linux" here, as a Mac build reads "download_macos").
 struct HostEntry {
   std::string version;
   std::string forceBelow;
   std::string notes;
   std::string downloadPage;
-  std::optional<std::string> downloadMacos;  // only a non-empty string
+  std::optional<std::string> download;  // this platform's direct download: only a non-empty string
 };
 
 struct NotAnObject {};        // the body is no JSON object: ignored without a word

@@ -14,6 +14,7 @@
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
 #include "platform/LogText.h"
+#include "platform/SupportFolder.h"
 #include "platform/WebUrl.h"
 #include "platform/testing/ChildProcess.h"
 #include "platform/testing/FakePlatform.h"
@@ -23,6 +24,7 @@ namespace orvistelle::platform {
 namespace {
 
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
 TEST(LanguageTag, IsTheFirstNamedLocaleWithoutEncodingOrModifier) {
   const std::pair<std::map<std::string, std::string>, std::optional<std::string>> rows[] = {
@@ -267,6 +269,101 @@ TEST(HttpTransport, GoesThroughTheDesktopsProxyExceptForLoopbackAndExcludedHosts
     EXPECT_EQ(forwarded, row.proxied ? std::vector<std::string>{named} : std::vector<std::string>{}) << row.name;
     forwarded.clear();
   }
+}
+
+
+// A host started with another HOME must find the app's files; the database, which may be remote, is asked once.
+TEST(SupportFolder, FollowsTheUserDatabaseAskedOncePerProcess) {
+  for (const auto& [database, expected] : {std::pair("/db", "/db"), std::pair("", "/env")}) {
+    testing::FakeHome home("/env", database);
+    ScopedSeam<Home> fake(&home);
+    EXPECT_EQ(SupportFolder(), std::string(expected) + "/.local/share/orvistelle") << database;
+  }
+  setenv("ORVISTELLE_DEV_HOME", "/first", 1);
+  const std::string first = SupportFolder();
+  setenv("ORVISTELLE_DEV_HOME", "/second", 1);
+  EXPECT_EQ(std::pair(first, SupportFolder()), std::pair(first, std::string("/first/.local/share/orvistelle")));
+  unsetenv("ORVISTELLE_DEV_HOME");
+}
+
+// As the desktop's own tools read user-dirs.dirs: the last assignment, "$HOME" expanded, the home itself meaning none.
+TEST(VideosFolder, IsTheOneUserDirsNamesElseVideos) {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"none", nullptr, "/h/Videos"},
+      {"expanded", "XDG_VIDEOS_DIR=\"$HOME/Filme\"\n", "/h/Filme"},
+      {"absolute, spaced", "  XDG_VIDEOS_DIR = \"/media/v/\"", "/media/v"},
+      {"the last", "XDG_VIDEOS_DIR=\"$HOME/a\"\nXDG_VIDEOS_DIR=\"$HOME/b\"\n", "/h/b"},
+      {"turned off", "XDG_VIDEOS_DIR=\"$HOME/\"", "/h/Videos"},
+      {"no assignment", "# XDG_VIDEOS_DIR=\"/a\"\nXDG_VIDEOS_DIRS=\"/b\"\nXDG_MUSIC_DIR=\"/c\"\n"
+                        "XDG_VIDEOS_DIR=\"$HOMEX/d\"\nXDG_VIDEOS_DIR=/e\nXDG_VIDEOS_DIR=\"/f", "/h/Videos"}};
+  testing::TempDir config;
+  testing::FakeHome home("/h");
+  ScopedSeam<Home> fake(&home);
+  const auto getenv = [&config](const char*) { return config.path().c_str(); };
+  for (const auto& [what, text, expected] : rows) {
+    if (text != nullptr) std::ofstream(config.path() / "user-dirs.dirs") << text;
+    EXPECT_EQ(VideosFolder(getenv), expected) << what;
+  }
+}
+
+// Every entry under `root`, links not followed: "folder", "link <target>", "pipe", or a file's mode and contents.
+std::map<std::string, std::string> Tree(const fs::path& root) {
+  std::map<std::string, std::string> entries;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const fs::file_status status = entry.symlink_status();
+    std::string& seen = entries[entry.path().lexically_relative(root).string()];
+    if (fs::is_symlink(status)) seen = "link " + fs::read_symlink(entry.path()).string();
+    else if (fs::is_directory(status)) seen = "folder";
+    else if (fs::is_fifo(status)) seen = "pipe";
+    else seen = (status.permissions() == fs::perms(0600) ? "private " : "shared ") + testing::ReadWholeFile(entry);
+  }
+  return entries;
+}
+
+// Lays out "path=contents" as a file readable by all, "path>target" as a symbolic link, "path|" as a pipe, and any
+// other path as a folder.
+void Lay(const fs::path& root, const std::string& spec) {
+  const size_t mark = spec.find_first_of("=>|");
+  const fs::path path = root / spec.substr(0, mark);
+  fs::create_directories(mark == std::string::npos ? path : path.parent_path());
+  if (mark == std::string::npos) return;
+  if (spec[mark] == '>') fs::create_symlink(spec.substr(mark + 1), path);
+  if (spec[mark] == '|') mkfifo(path.c_str(), 0600);
+  if (spec[mark] != '=') return;
+  std::ofstream(path) << spec.substr(mark + 1);
+  fs::permissions(path, fs::perms(0644));
+}
+
+// Moving "old/in/item" to "new/item": only a real file or folder, never over one, never through a link; every
+// folder of the old path that is left empty goes, and the file becomes its owner's alone.
+TEST(MoveFromEarlierPlace, MovesOnlyWhatIsReallyThereAndClearsTheEmptiedFolders) {
+  using Entries = std::map<std::string, std::string>;
+  const std::tuple<const char*, std::vector<std::string>, Entries> rows[] = {
+      {"a file", {"old/in/item=s"}, {{"new", "folder"}, {"new/item", "private s"}}},
+      {"a file beside another", {"old/in/item=s", "old/keep=k"},
+       {{"new", "folder"}, {"new/item", "private s"}, {"old", "folder"}, {"old/keep", "shared k"}}},
+      {"a taken place", {"old/in/item=s", "new/item=t"},
+       {{"new", "folder"}, {"new/item", "shared t"}, {"old", "folder"}, {"old/in", "folder"},
+        {"old/in/item", "shared s"}}},
+      {"a linked file", {"away=a", "old/in/item>../../away"},
+       {{"away", "shared a"}, {"old", "folder"}, {"old/in", "folder"}, {"old/in/item", "link ../../away"}}},
+      {"a linked folder on the way", {"away/item=a", "old/in>../away"},
+       {{"away", "folder"}, {"away/item", "shared a"}, {"old", "folder"}, {"old/in", "link ../away"}}},
+      {"a pipe", {"old/in/item|"}, {{"old", "folder"}, {"old/in", "folder"}, {"old/in/item", "pipe"}}},
+      {"empty folders", {"old/in"}, {}}};
+  for (const auto& [what, laid, expected] : rows) {
+    testing::TempDir root;
+    for (const std::string& spec : laid) Lay(root.path(), spec);
+    MoveFromEarlierPlace(root.path().string(), "old/in/item", (root.path() / "new/item").string());
+    EXPECT_EQ(Tree(root.path()), expected) << what;
+  }
+  // Across file systems a file is written anew, privately, and the earlier one goes.
+  testing::TempDir root;
+  Lay(root.path(), "old/in/item=s");
+  const fs::path away = "/dev/shm/orvistelle-test-" + std::to_string(getpid());
+  MoveFromEarlierPlace(root.path().string(), "old/in/item", (away / "item").string());
+  EXPECT_EQ(std::pair(Tree(away), Tree(root.path())), std::pair(Entries{{"item", "private s"}}, Entries{}));
+  fs::remove_all(away);
 }
 
 }  // namespace

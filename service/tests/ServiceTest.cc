@@ -63,7 +63,7 @@ class Service : public ::testing::Test {
     return "\n" + child.out + "exit=" + (child.signal != 0 ? "signal " : "") + code + "\n" + child.err;
   }
 
-  fs::path State(const std::string& name) const { return home_ / "Library/Application Support/Orvistelle" / name; }
+  fs::path State(const std::string& name) const { return home_ / ".local/share/orvistelle" / name; }
 
   // A user signed in through the development site's form, as the relay hands the session out but without the
   // e-mail, so that the first pass fetches it and saves.
@@ -167,12 +167,27 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
     EXPECT_TRUE(!refreshed || saved.value("access_token", "") != json::parse(held).value("access_token", ""));
   };
+  // A signed-in user of the version that kept its files where a Mac keeps them, with the update put off.
+  const std::string installId = "0f8e2b8a-5d7c-4e0b-9a61-3c2d1e0f9a8b";
+  const fs::path earlier = home_ / "Library/Application Support/Orvistelle";
+  const auto upgrading = [&] {
+    fs::create_directories(earlier);
+    std::ofstream(earlier / session) << SignedInSession();
+    std::ofstream(earlier / "fcp-install-id.txt") << installId;
+    std::ofstream(earlier / dismissal) << R"({"version":"1.3.0","until":4e9})";
+  };
+  const auto upgraded = [&] {
+    const std::string left = fs::exists(home_ / "Library") ? " and the old folder" : "";
+    EXPECT_EQ(ReadWholeFile(State("fcp-install-id.txt")) + left, installId);
+  };
   const std::string version = std::string("=") + config::kVersion, padding(64 * 1024, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
       {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
        {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
         "version" + version, "headers" + version}, saved},
+      {"a signed-in user upgrading", upgrading, {"report"},
+       {"exit=0", "session=1", "email=host@example.org", "soft=0"}, upgraded},
       {"folders at both", [&] { for (auto& name : {session, dismissal}) fs::create_directory(State(name)); },
        {"report"}, absent},
       {"pipes at both", [&] { for (auto& name : {session, dismissal}) mkfifo(State(name).c_str(), 0600); },

@@ -265,8 +265,8 @@ struct DevBackend::Impl {
 
   void Download(const httplib::Request& req, httplib::Response& res) {
     res.status = 200;
-    res.set_header("Content-Disposition", "attachment; filename=\"orvistelle-fcp-macos-latest.zip\"");
-    res.set_content(download, "application/zip");
+    res.set_header("Content-Disposition", "attachment; filename=\"orvistelle-fcp-linux-latest.deb\"");
+    res.set_content(download, "application/vnd.debian.binary-package");
     RecordFetch(req, res);
   }
 
@@ -362,7 +362,7 @@ struct DevBackend::Impl {
     server.Get("/rest/v1/auth_relay", [this](Req req, Res res) { AuthRelay(req, res); });
     server.Post("/console/v1/plugin/heartbeat", [this](Req req, Res res) { Heartbeat(req, res); });
     server.Get("/orvistelle/vask/latest.json", [this](Req req, Res res) { Manifest(req, res); });
-    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip", [this](Req req, Res res) { Download(req, res); });
+    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb", [this](Req req, Res res) { Download(req, res); });
     server.Get(std::string("/site") + kLanguagePrefix + "(/.*)?", [this](Req req, Res res) { SitePage(req, res); });
     server.Post(std::string("/site") + kLanguagePrefix + "/sign-in",
                 [this](Req req, Res res) { SignInSubmit(req, res); });
@@ -374,7 +374,7 @@ struct DevBackend::Impl {
 
   Options options;
   std::unique_ptr<Store> store;
-  const std::string download = StandInDownloadZip();
+  const std::string download = StandInPackage();
   const std::string csrfToken = NewCsrfToken();
   httplib::Server server;
   std::thread thread;

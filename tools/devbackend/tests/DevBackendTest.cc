@@ -143,7 +143,7 @@ TEST_F(DevBackendTest, ServesThePagesTheAppOpensAndTheManifestAsItIsNow) {
       EXPECT_EQ(client_->Get(page.substr(0, 5) + lang + page.substr(5))->status, 200) << lang << page;
   std::ofstream(dir_ / "latest.json") << R"({"hosts":{"fcp":{"version":"2.0.0"}}})";
   EXPECT_EQ(client_->Get("/orvistelle/vask/latest.json")->body, R"({"hosts":{"fcp":{"version":"2.0.0"}}})");
-  EXPECT_EQ(client_->Get("/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip")->body.substr(0, 4), "PK\x03\x04");
+  EXPECT_EQ(client_->Get("/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb")->body.substr(0, 8), "!<arch>\n");
 }
 
 }  // namespace

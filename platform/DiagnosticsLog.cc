@@ -41,6 +41,7 @@ constexpr off_t kTailBytes = 2 * kDiagnosticsLogLimit;
 struct QueuedLine {
   std::string folder;
   std::string text;
+  bool makesFolder = false;  // the first line since the folder was set
 };
 
 struct LogState {
@@ -52,6 +53,9 @@ struct LogState {
   uint64_t queuedCount = 0;    // lines accepted since the start
   uint64_t finishedCount = 0;  // of those, the lines written or given up on
   bool writerStarted = false;
+  // The folder is made once each time it is set, never again behind the back of whoever removed it since (a test
+  // that set its own folder, the user).
+  bool folderToMake = false;
 };
 
 // Never destroyed: a host's threads, and the writer, may still use it while the process runs its exit handlers.
@@ -79,14 +83,14 @@ UniqueFd OpenRegularFile(const std::string& path, int flags) {
   return file;
 }
 
-void PrepareFolder(const std::string& folder) {
+// Made owner-only, as a folder of the user's state should be.
+void MakeFolder(const std::string& folder) {
   std::error_code ignored;
   if (fs::create_directories(folder, ignored)) fs::permissions(folder, fs::perms::owner_all, ignored);
 }
 
 // One write per line, so that the lines of two processes appending at once stay whole.
 void AppendAndRotate(const std::string& folder, const std::vector<std::string>& lines) {
-  PrepareFolder(folder);
   const std::string path = (fs::path(folder) / kDiagnosticsLogName).string();
   const UniqueFd file = OpenRegularFile(path, O_WRONLY | O_APPEND | O_CREAT);
   if (file.get() < 0) return;
@@ -108,8 +112,13 @@ std::deque<QueuedLine> TakeQueued(LogState& state) {
 void WriteOut(const std::deque<QueuedLine>& taken) {
   for (auto run = taken.begin(); run != taken.end();) {
     std::vector<std::string> texts;
+    bool makesFolder = false;
     auto next = run;
-    for (; next != taken.end() && next->folder == run->folder; ++next) texts.push_back(next->text);
+    for (; next != taken.end() && next->folder == run->folder; ++next) {
+      texts.push_back(next->text);
+      makesFolder = makesFolder || next->makesFolder;
+    }
+    if (makesFolder) MakeFolder(run->folder);
     AppendAndRotate(run->folder, texts);
     run = next;
   }
@@ -211,6 +220,7 @@ void SetDiagnosticsFolder(const std::string& folder) {
   LogState& state = State();
   std::lock_guard guard(state.lock);
   state.folder = folder;
+  state.folderToMake = !folder.empty();
   if (!folder.empty()) StartWriter(state);
 }
 
@@ -233,7 +243,7 @@ void Diagnose(std::string_view message) {
     {
       std::lock_guard guard(state.lock, std::adopt_lock);
       if (state.folder.empty() || state.lines.size() >= kQueueLimit) return;
-      state.lines.push_back({state.folder, std::move(line)});
+      state.lines.push_back({state.folder, std::move(line), std::exchange(state.folderToMake, false)});
       ++state.queuedCount;
     }
     state.queued.notify_one();

@@ -71,7 +71,8 @@ TEST(LogText, MakesWhatBreaksALineOrSteersATerminalVisible) {
       {"separators", "\xe2\x80\xa8\xe2\x80\xa9", "\\u2028\\u2029"},
       {"invalid UTF-8", "\xff\xc3(\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xf9\x80\x80\x80\xe2\x80",
        "\\xff\\xc3(\\xc0\\xaf\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80\\xf9\\x80\\x80\\x80\\xe2\\x80"},
-      {"text kept", "caf\xc3\xa9 \xc2\xa0\xe2\x80\xaf\xf0\x9f\x98\x80 \\n ~", "caf\xc3\xa9 \xc2\xa0\xe2\x80\xaf\xf0\x9f\x98\x80 \\n ~"}};
+      {"text kept", "caf\xc3\xa9 \xc2\xa0\xe2\x80\xaf\xf0\x9f\x98\x80 \\n ~",
+       "caf\xc3\xa9 \xc2\xa0\xe2\x80\xaf\xf0\x9f\x98\x80 \\n ~"}};
   for (const auto& [name, text, escaped] : rows) {
     EXPECT_EQ(EscapeLogText(text), escaped) << name;
     EXPECT_EQ(EscapeLogText(escaped), escaped) << name;
@@ -120,7 +121,7 @@ TEST(DiagnosticsLog, NoObjectAtItsPathHoldsUpACaller) {
       {"directory", [](const std::string& at) { std::filesystem::create_directory(at); }, 0},
       {"dangling link", [](const std::string& at) { std::filesystem::create_symlink("gone", at); }, 0},
       {"link to /dev/zero", [](const std::string& at) { std::filesystem::create_symlink("/dev/zero", at); }, 0},
-      {"nothing", [](const std::string&) {}, 2}};
+      {"no folder yet", [&folder](const std::string&) { std::filesystem::remove_all(folder); }, 2}};
   setenv("XDG_STATE_HOME", temp.path().c_str(), 1);
   for (const auto& [name, lay, kept] : rows) {
     std::filesystem::create_directories(folder);

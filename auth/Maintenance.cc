@@ -53,16 +53,33 @@ bool FollowOtherProcesses() {
   return false;
 }
 
+// A refresh that got no answer may have rotated the token all the same: it is sent again while the backend still
+// hands the spent token's successor out. Nothing when another process signed out in the meantime.
+std::optional<RefreshOutcome> RefreshRetryingLostAnswers() {
+  RefreshOutcome outcome = RefreshAccess();
+  for (std::chrono::milliseconds delay : CurrentSettings().refreshRetryDelays) {
+    if (outcome.status != 0) break;
+    std::this_thread::sleep_for(delay);
+    if (!FollowOtherProcesses()) return std::nullopt;
+    outcome = RefreshAccess();
+  }
+  return outcome;
+}
+
 // Under the file lock, so that of all the processes sharing the file, one refreshes and the others adopt its answer
-// instead of presenting the spent refresh token. False when the session has ended.
+// instead of presenting the spent refresh token. A lock that another process keeps past the wait (a process stopped
+// mid-refresh) is left to the next pass for the same reason. False when the session has ended.
 bool RefreshUnderFileLock() {
   SessionFileLock fileLock;
+  if (!fileLock.Held()) return true;
   if (!FollowOtherProcesses()) return false;
   if (!ExpiresSoon(CurrentSession())) return true;
-  RefreshOutcome outcome = RefreshAccess();
+  std::optional<RefreshOutcome> outcome = RefreshRetryingLostAnswers();
+  // A sign-out in another process while the request was out wins over its answer.
+  if (!outcome || !FollowOtherProcesses()) return false;
   // No answer or a server error keeps the session: the next pass tries again.
-  if (outcome.renewed || outcome.status == 0 || outcome.status >= 500) return true;
-  MarkSessionExpired(outcome.generation);
+  if (outcome->renewed || outcome->status == 0 || outcome->status >= 500) return true;
+  MarkSessionExpired(outcome->generation);
   return false;
 }
 
@@ -117,7 +134,11 @@ void StartMaintenanceOnce() {
   FcpI18nApplyHostLocale();
   platform::MoveEarlierStateFiles();
   LoadSession();
-  if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);
+  if (FcpAuthHasSession()) {
+    ShowAccountUnlessError();
+  } else {
+    SetStatusKey("auth.notSignedIn", false);
+  }
   AuthSettings settings = CurrentSettings();
   if (!state.timer.Start(settings.timerFirstDelay, settings.timerPeriod, RunPassUnlessRunning)) {
     platform::Log("could not start the session maintenance timer");
@@ -140,9 +161,10 @@ RefreshOutcome RefreshAccess() {
     State().lastRefreshStatus.store(outcome.status);
     return outcome;
   }
-  std::optional<Json> answer = JsonObject(
-      Http("POST", CurrentSettings().authBaseURL + "/auth/v1/token?grant_type=refresh_token", config::kPublicApiKey,
-           Dump({{"refresh_token", held.session.refresh}}), config::kPublicApiKey, &outcome.status));
+  AuthSettings settings = CurrentSettings();
+  std::optional<Json> answer = JsonObject(Http("POST", settings.authBaseURL + "/auth/v1/token?grant_type=refresh_token",
+                                               config::kPublicApiKey, Dump({{"refresh_token", held.session.refresh}}),
+                                               config::kPublicApiKey, &outcome.status, settings.refreshIdle));
   State().lastRefreshStatus.store(outcome.status);
   std::optional<std::string> access = answer ? NonEmptyStringMember(*answer, "access_token") : std::nullopt;
   if (outcome.status != 200 || !access) return outcome;

@@ -2,22 +2,28 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <charconv>
+#include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <mutex>
+#include <thread>
 
 #include "auth/Files.h"
 #include "auth/Json.h"
+#include "auth/Settings.h"
 #include "auth/Status.h"
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/HttpTransport.h"
 #include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -40,6 +46,7 @@ struct FileLockState {
   std::recursive_mutex mutex;
   int depth = 0;  // how often the holding thread has taken it
   int fd = -1;
+  bool held = false;
 };
 
 FileLockState& FileLock() {
@@ -124,8 +131,14 @@ int64_t WholeSeconds(double seconds) {
   return static_cast<int64_t>(std::clamp(seconds, -kLimit, kLimit));
 }
 
-std::optional<Session> ReadSessionFile() {
-  std::optional<Json> file = JsonObject(ReadStateFile(SessionPath()));
+// The file keeps what one answer of the backend carried, tokens of any size included.
+constexpr size_t kSessionFileLimit = platform::kMaxResponseBytes;
+
+// Nothing when the file holds no session; `error` says why when it could not be read at all (ENOENT: no file).
+std::optional<Session> ReadSessionFile(std::error_code* error = nullptr) {
+  platform::StateFileContents read = platform::ReadStateFileReporting(SessionPath(), kSessionFileLimit);
+  if (error != nullptr) *error = read.error;
+  std::optional<Json> file = JsonObject(read.contents);
   if (!file) return std::nullopt;
   Session loaded;
   loaded.access = NonEmptyStringMember(*file, "access_token").value_or("");
@@ -147,16 +160,27 @@ bool SessionFileExists() {
   return std::filesystem::symlink_status(SessionPath(), error).type() != std::filesystem::file_type::not_found;
 }
 
-// The refresh token that the file holds now; empty when there is no file or no session in it.
-std::string RefreshTokenInFile() {
-  std::optional<Session> file = ReadSessionFile();
-  return file ? file->refresh : std::string();
+// Whether the file holds what this process last read or wrote there, with the session mutex held. A file that
+// cannot be read is told apart from one that another process has rewritten or removed.
+enum class FileCheck { kUnchanged, kChangedElsewhere, kUnreadable };
+FileCheck CheckFileUnchanged(std::error_code* readError) {
+  std::optional<Session> file = ReadSessionFile(readError);
+  bool missing = *readError == std::errc::no_such_file_or_directory;
+  if (*readError && !missing) return FileCheck::kUnreadable;
+  return (file ? file->refresh : std::string()) == State().filedRefresh ? FileCheck::kUnchanged
+                                                                        : FileCheck::kChangedElsewhere;
 }
 
-// With the session mutex and the file lock held.
+// With the session mutex and the file lock held. Under kOnlyIfUnchanged, a file that another process has changed
+// is left to FollowSessionFile, and one that cannot be read fails the save.
 std::error_code SaveLocked(FileRule rule) {
   SessionState& state = State();
-  if (rule == FileRule::kOnlyIfUnchanged && RefreshTokenInFile() != state.filedRefresh) return {};
+  if (rule == FileRule::kOnlyIfUnchanged) {
+    std::error_code readError;
+    FileCheck check = CheckFileUnchanged(&readError);
+    if (check == FileCheck::kUnreadable) return readError;
+    if (check == FileCheck::kChangedElsewhere) return {};
+  }
   EnsureDir();
   const Session& session = state.session;
   Json file = {{"access_token", session.access},
@@ -172,14 +196,54 @@ void ShowSaveFailure(std::error_code error) {
   if (error) SetStatusText(FcpTf("auth.sessionSaveFailed", error.message()), true);
 }
 
-// With the session mutex held.
+// A regular file at the lock path, opened without blocking on whatever else may be there; -1 when there is none.
+int OpenLockFile() {
+  int fd = ::open(SupportFile("fcp-session.lock").c_str(),
+                  O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
+  struct stat info {};
+  if (fd >= 0 && (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// 0 once locked, EWOULDBLOCK when another process kept it past the wait, another errno when it cannot be locked.
+int LockWithin(int fd, std::chrono::milliseconds wait) {
+  if (fd < 0) return EBADF;
+  auto deadline = std::chrono::steady_clock::now() + wait;
+  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return errno;
+    if (std::chrono::steady_clock::now() >= deadline) return EWOULDBLOCK;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return 0;
+}
+
+// The lock file's lock, else the support folder's, which every process that finds the file unusable meets at; false
+// only when another process kept it past the wait. Where neither can be locked, said once, only this process's
+// threads are excluded.
+bool TakeFileLock(int* fd) {
+  std::chrono::milliseconds wait = CurrentSettings().lockWait;
+  *fd = OpenLockFile();
+  int result = LockWithin(*fd, wait);
+  if (result == 0 || result == EWOULDBLOCK) return result == 0;
+  static std::atomic<bool> told{false};
+  if (!told.exchange(true)) platform::Log("the session lock file is unusable; locking the support folder instead");
+  if (*fd >= 0) ::close(*fd);
+  *fd = ::open(platform::SupportFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return LockWithin(*fd, wait) != EWOULDBLOCK;
+}
+
+// With the session mutex held. The file goes before the generation changes: a reload that reads the new generation
+// must not find the old file still there and bring the session back.
 void ClearLocked() {
   SessionState& state = State();
+  RemoveFile(SessionPath());
   state.generation.fetch_add(1);
   state.busy.store(false);
   state.session = Session{};
   state.filedRefresh.clear();
-  RemoveFile(SessionPath());
 }
 
 }  // namespace
@@ -279,11 +343,11 @@ bool ClearSessionStateIfCurrent(uint32_t generation) {
 SessionFileLock::SessionFileLock() {
   FileLockState& state = FileLock();
   state.mutex.lock();
-  if (state.depth++ > 0) return;
-  EnsureDir();
-  state.fd = ::open(SupportFile("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  while (state.fd >= 0 && ::flock(state.fd, LOCK_EX) != 0 && errno == EINTR) {
+  if (state.depth++ == 0) {
+    EnsureDir();
+    state.held = TakeFileLock(&state.fd);
   }
+  held_ = state.held;
 }
 
 SessionFileLock::~SessionFileLock() {
@@ -304,7 +368,7 @@ SessionFileChange FollowSessionFile() {
   SessionState& state = State();
   std::lock_guard lock(state.mutex);
   if (state.generation.load() != generation) return SessionFileChange::kNone;
-  if (gone && !state.filedRefresh.empty() && state.filedRefresh == state.session.refresh) {
+  if (gone && !state.filedRefresh.empty()) {
     ClearLocked();
     return SessionFileChange::kSignedOut;
   }

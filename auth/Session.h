@@ -70,13 +70,20 @@ bool ClearSessionStateIfCurrent(uint32_t generation);
 
 // Other processes share the session file. Every save, and every refresh from re-reading the file to saving the
 // answer, holds this lock: an advisory lock on "fcp-session.lock" beside the file, which also excludes the other
-// threads of this process. A thread may take it again while holding it.
+// threads of this process. A thread may take it again while holding it. Where no usable lock file can be had (a
+// folder, a pipe, a dangling link or an immutable file in its place), the support folder itself is locked instead.
 class SessionFileLock {
  public:
-  SessionFileLock();  // blocks until no other holder remains; without a lock file, only this process is excluded
+  // Waits for another process's lock for the settings' lockWait at most.
+  SessionFileLock();
   ~SessionFileLock();
   SessionFileLock(const SessionFileLock&) = delete;
   SessionFileLock& operator=(const SessionFileLock&) = delete;
+  // False when another process kept it past the wait: a save goes ahead regardless, a refresh does not.
+  bool Held() const { return held_; }
+
+ private:
+  bool held_ = false;
 };
 
 enum class SessionFileChange {
@@ -84,7 +91,9 @@ enum class SessionFileChange {
   kAdopted,   // another process stored a newer session there, which is now held here too
   kSignedOut  // another process deleted the file: the session is forgotten here too
 };
-// Follows the file when another process has changed it since this process last read or wrote it.
+// Follows the file when another process has changed it since this process last read or wrote it. A file that is
+// gone wins over tokens that this process received but could not save over it, as they were asked for before the
+// sign-out that removed it.
 SessionFileChange FollowSessionFile();
 
 // Starts a new browser sign-in attempt, superseding any other; returns the attempt's generation.

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace orvistelle::auth {
 
@@ -13,6 +14,12 @@ struct AuthSettings {
   std::chrono::milliseconds pollInterval{1000};      // pause after each unsuccessful sign-in poll
   std::chrono::milliseconds timerFirstDelay{30000};  // from maintenance start to the first timer pass
   std::chrono::milliseconds timerPeriod{30000};      // between timer passes
+  // A refresh that got no answer may have rotated the token all the same, and the backend hands a spent token's
+  // successor out again for 10 s: so a silent refresh request is given up early and retried after these pauses.
+  std::chrono::milliseconds refreshIdle{6000};
+  std::vector<std::chrono::milliseconds> refreshRetryDelays{std::chrono::seconds(1), std::chrono::seconds(2),
+                                                            std::chrono::seconds(4)};
+  std::chrono::milliseconds lockWait{30000};  // the longest a pass waits for another process's session lock
 };
 
 AuthSettings CurrentSettings();

@@ -23,8 +23,13 @@ struct Transfer {
   SteadyClock::time_point deadline;
   std::chrono::milliseconds idle{0};
   SteadyClock::time_point lastActivity = SteadyClock::now();
+  SteadyClock::time_point lastCall;  // of AbortWhenStalled; none yet while it is the epoch
   curl_off_t bytesMoved = 0;
 };
+
+// libcurl calls AbortWhenStalled about once a second even when nothing flows; a longer gap means that the process
+// was stopped (a signal, a debugger), and that time does not count against the transfer.
+constexpr auto kLongestCallGap = std::chrono::seconds(2);
 
 size_t CollectBody(char* data, size_t size, size_t count, void* userdata) {
   auto* transfer = static_cast<Transfer*>(userdata);
@@ -45,10 +50,17 @@ size_t NoteHeaderLine(char*, size_t size, size_t count, void* userdata) {
 }
 
 // Silence longer than the idle limit ends the transfer, however long it has run; the caller's wait bounds it all,
-// including phases that the transfer timeout might not interrupt in time.
+// including phases that the transfer timeout might not interrupt in time. Both count only time the process was
+// running, so that an answer already waiting in the socket when a stopped process resumes is still taken: the
+// server may have acted on the request (a refresh token rotated) and not do so again.
 int AbortWhenStalled(void* userdata, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
   auto* transfer = static_cast<Transfer*>(userdata);
   SteadyClock::time_point now = SteadyClock::now();
+  if (transfer->lastCall != SteadyClock::time_point() && now - transfer->lastCall > kLongestCallGap) {
+    transfer->deadline += now - transfer->lastCall;
+    transfer->lastActivity = std::min(transfer->lastActivity + (now - transfer->lastCall), now);
+  }
+  transfer->lastCall = now;
   if (received + sent != transfer->bytesMoved) {
     transfer->bytesMoved = received + sent;
     transfer->lastActivity = now;
@@ -102,10 +114,13 @@ void SetMethodAndBody(const EasyHandle& easy, const HttpRequest& request) {
   }
 }
 
+// libcurl's own transfer timeout counts a stop of the process too, so it is only a backstop for a transfer whose
+// progress calls have ceased, well behind the caller's wait that AbortWhenStalled keeps.
 void SetLimits(const EasyHandle& easy, const HttpRequest& request, Transfer& transfer) {
+  constexpr std::chrono::milliseconds kBackstop = std::chrono::minutes(10);
   const auto setopt = easy.curl.easySetopt;
   auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(transfer.deadline - SteadyClock::now());
-  setopt(easy.handle, CURLOPT_TIMEOUT_MS, static_cast<long>(std::max(remaining.count(), 1L)));
+  setopt(easy.handle, CURLOPT_TIMEOUT_MS, static_cast<long>(std::max(remaining.count(), 1L) + kBackstop.count()));
   setopt(easy.handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::min(request.idle, remaining).count()));
   setopt(easy.handle, CURLOPT_NOSIGNAL, 1L);
   setopt(easy.handle, CURLOPT_NOPROGRESS, 0L);

@@ -5,9 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+
+#include "platform/DiagnosticsLog.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -47,20 +50,27 @@ std::error_code WriteAll(int fd, std::string_view contents) {
   return {};
 }
 
-// Reads up to one byte past the limit, so that a file over it is told from one exactly at it.
-std::optional<std::string> ReadBounded(int fd) {
-  std::string contents(kStateFileLimit + 1, '\0');
+std::error_code TooLarge(const std::string& path, size_t limit) {
+  Diagnose("state file refused: " + path + " is over " + std::to_string(limit) + " bytes");
+  return std::make_error_code(std::errc::file_too_large);
+}
+
+// Reads up to one byte past what the file held when asked, but never past the limit, so that a file that has grown
+// over it since is told from one exactly at it.
+StateFileContents ReadBounded(int fd, size_t expected, size_t limit, const std::string& path) {
+  std::string contents(std::min(expected, limit) + 1, '\0');
   size_t filled = 0;
   while (filled < contents.size()) {
     ssize_t count = ::read(fd, contents.data() + filled, contents.size() - filled);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
+    if (count < 0) return {std::nullopt, LastError()};
     if (count == 0) break;
     filled += static_cast<size_t>(count);
+    if (filled == contents.size() && filled <= limit) contents.resize(std::min(2 * filled, limit + 1));
   }
-  if (filled > kStateFileLimit) return std::nullopt;
+  if (filled > limit) return {std::nullopt, TooLarge(path, limit)};
   contents.resize(filled);
-  return contents;
+  return {std::move(contents), {}};
 }
 
 // The new contents in a fresh, private file beside the target, flushed to the disk; its path, or the error.
@@ -98,12 +108,20 @@ void FlushFolder(const fs::path& folder) {
 
 }  // namespace
 
-std::optional<std::string> ReadStateFile(const std::string& path) {
+StateFileContents ReadStateFileReporting(const std::string& path, size_t limit) {
   Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info {};
-  if (file.get() < 0 || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
-  if (info.st_size > static_cast<off_t>(kStateFileLimit)) return std::nullopt;
-  return ReadBounded(file.get());
+  if (file.get() < 0 || ::fstat(file.get(), &info) != 0) return {std::nullopt, LastError()};
+  if (!S_ISREG(info.st_mode)) {
+    return {std::nullopt, std::make_error_code(S_ISDIR(info.st_mode) ? std::errc::is_a_directory
+                                                                     : std::errc::invalid_argument)};
+  }
+  if (info.st_size > static_cast<off_t>(limit)) return {std::nullopt, TooLarge(path, limit)};
+  return ReadBounded(file.get(), static_cast<size_t>(info.st_size), limit, path);
+}
+
+std::optional<std::string> ReadStateFile(const std::string& path, size_t limit) {
+  return ReadStateFileReporting(path, limit).contents;
 }
 
 std::error_code WriteStateFile(const std::string& path, std::string_view contents) {

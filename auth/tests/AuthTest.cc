@@ -1,5 +1,7 @@
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -13,6 +15,7 @@
 #include "auth/Status.h"
 #include "auth/tests/TestSupport.h"
 #include "orvistelle/BuildConfig.h"
+#include "platform/testing/FaultInjection.h"
 
 namespace orvistelle::auth::testing {
 namespace {
@@ -42,6 +45,7 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
       {tokens("x.eyJleHAiOjEwfQ"), "", 10},               // {"exp":10}, two "=" added
       {tokens("x.eyJlbWFpbCI6Ij8_PiJ9.s"), "?\x3f>", 0},  // "_" stands for "/"
       {{{"access_token", "a"}, {"refresh_token", ""}}, "", -1},
+      {tokens(Jwt({{"email", std::string(100000, 'a') + "@x.y"}, {"exp", 5}})), "", 5},  // a token over 64 KiB
   };
   for (const auto& row : rows) {
     ClearSessionState();
@@ -120,29 +124,127 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
 }
 
 // Another process sharing the file refreshes under the lock beside it, or signs out by deleting it: a pass waits for
-// the lock and follows the file instead of presenting a refresh token that is already spent.
+// the lock and follows the file instead of presenting a refresh token that is already spent. Where something unusable
+// stands at the lock's path, the support folder is the lock. A process that keeps the lock (stopped mid-refresh)
+// delays the refresh to the next pass, never the pass for ever.
 TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
   backend.Answer("/auth/v1/token", Reply{200, R"({"access_token":"a9","refresh_token":"r9"})"});
+  const std::string refreshed =
+      Dump({{"access_token", "a3"}, {"refresh_token", "r3"}, {"expires_at", clock.Now() + 3600}});
+  const auto fifo = [this] { return mkfifo(Support("fcp-session.lock").c_str(), 0600) == 0; };
+  const auto folder = [this] { return fs::create_directory(Support("fcp-session.lock")); };
+  const auto dangling = [this] { return fs::create_symlink(Support("gone"), Support("fcp-session.lock")), true; };
   const struct {
-    std::string file;  // what the other process leaves; "" deletes the file
+    std::string file;  // what the other process leaves; "" deletes the file; "kept": keeps the lock and the file
+    std::function<bool()> atLockPath;  // null: a lock file
     std::string refresh, status;
   } rows[] = {
-      {Dump({{"access_token", "a3"}, {"refresh_token", "r3"}, {"expires_at", clock.Now() + 3600}}), "r3", "Signed in"},
-      {"", "", "Signed out"},
+      {refreshed, nullptr, "r3", "Signed in"}, {"", nullptr, "", "Signed out"},
+      {refreshed, fifo, "r3", "Signed in"},    {"", folder, "", "Signed out"},
+      {refreshed, dangling, "r3", "Signed in"}, {"kept", nullptr, "r1", "e@x.y"},
   };
   for (const auto& row : rows) {
     Restart();
+    UseSettings([](AuthSettings& s) { s.lockWait = 300ms; });
     SignedIn(clock.Now() + 30);
-    int lock = open(Support("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    fs::remove_all(Support("fcp-session.lock"));
+    ASSERT_TRUE(!row.atLockPath || row.atLockPath());
+    int lock = row.atLockPath ? open(Support(".").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+                              : open(Support("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
-    std::thread pass(RefreshIfNeeded);
-    std::this_thread::sleep_for(200ms);
-    row.file.empty() ? fs::remove(Support("fcp-session.json")) : (Write("fcp-session.json", row.file), true);
+    std::atomic<bool> done{false};
+    std::thread pass([&done] { RefreshIfNeeded(), done = true; });
+    std::this_thread::sleep_for(row.file == "kept" ? 600ms : 100ms);
+    EXPECT_EQ(done, row.file == "kept") << row.refresh;
+    if (row.file.empty()) fs::remove(Support("fcp-session.json"));
+    if (!row.file.empty() && row.file != "kept") Write("fcp-session.json", row.file);
     close(lock);
     pass.join();
     EXPECT_EQ(CurrentSession().refresh + " " + Status(), row.refresh + " " + row.status);
   }
   EXPECT_TRUE(backend.Seen("/auth/v1/token").empty());
+}
+
+// The backend rotates the refresh token when the request arrives and hands the successor out again for a short while
+// only. So a refresh whose answer is lost (silence past the idle limit, or a stop of the process while the answer
+// waits) is retried within the pass, and an answer that waited in the socket through a stop is taken.
+TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
+  const std::string rotated = R"({"access_token":"a2","refresh_token":"r2"})";
+  const struct {
+    const char* what;
+    std::vector<Reply> answers;  // in turn; a status of -1 answers only after the client gave up
+    size_t sent;
+    std::string refresh;
+  } rows[] = {
+      {"withheld, then handed out again", {{-1, rotated}, {200, rotated}}, 2, "r2"},
+      {"never answered", {{-1}, {-1}, {-1}, {-1}, {-1}}, 4, "r1"},
+      {"a server error", {{503}, {200, rotated}}, 1, "r1"},
+  };
+  for (const auto& row : rows) {
+    Restart();
+    UseSettings([](AuthSettings& s) { s.refreshIdle = 100ms; });
+    const size_t before = backend.Seen("/auth/v1/token").size();
+    backend.Answer("/auth/v1/token", [&row, before, this](const httplib::Request&) {
+      Reply reply = row.answers.at(backend.Seen("/auth/v1/token").size() - before - 1);
+      if (reply.status < 0) std::this_thread::sleep_for(300ms), reply.status = 200;
+      return reply;
+    });
+    SignedIn(clock.Now());
+    RefreshIfNeeded();
+    EXPECT_EQ(CurrentSession().refresh + " " + Status(), row.refresh + " e@x.y") << row.what;
+    EXPECT_EQ(backend.Seen("/auth/v1/token").size() - before, row.sent) << row.what;
+  }
+  // A child process stopped, past its request's whole wait, while the answer is sent: the time stopped does not
+  // count.
+  backend.Answer("/stop", Held(Reply{200, rotated}));
+  std::thread stopper([this] {
+    WaitUntil([this] { return !backend.Seen("/stop").empty(); });
+    const pid_t child = std::stoi(Read("child").value_or("0"));
+    kill(child, SIGSTOP);
+    release = true;
+    std::this_thread::sleep_for(2500ms);
+    kill(child, SIGCONT);
+  });
+  std::optional<std::string> seen = platform::fault::InChildProcess([] { return true; }, [this] {
+    Write("child", std::to_string(getpid()));
+    std::optional<platform::HttpRequest> request = BackendRequest("POST", backend.BaseURL() + "/stop", "", "", "");
+    request->idle = request->wait = 500ms;
+    return platform::HttpSend(*request).body.value_or("no answer");
+  });
+  stopper.join();
+  EXPECT_EQ(seen, rotated);
+}
+
+// From the start of maintenance, a session held shows as its account, while the first pass still waits for answers.
+TEST_F(AuthTest, TheAccountShowsFromTheStart) {
+  backend.Answer("/auth/v1/token", Held(Reply{503}));
+  backend.Answer("/auth/v1/user", Held(Reply{503}));
+  for (const char* email : {"e@x.y", ""}) {
+    release = true;
+    Restart();
+    release = false;
+    SignedIn(clock.Now(), email);
+    FcpAuthMaintain();
+    EXPECT_EQ(Status(), *email ? email : "Signed in");
+  }
+}
+
+// A save that fails says so, whatever failed: also the read-back of a support folder that cannot be searched.
+TEST_F(AuthTest, FailedSavesSayWhy) {
+  SignedIn(clock.Now());
+  FcpAuthHasSession();
+  fs::permissions(Support("."), fs::perms::none);
+  // Root ignores modes: the child runs as nobody.
+  const auto asUser = [] {
+    return geteuid() != 0 || (setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+                              setresuid(65534, 65534, 65534) == 0);
+  };
+  std::optional<std::string> seen = platform::fault::InChildProcess(asUser, [this] {
+    ApplyAccessToken({"a2", "r2", {}, ""}, CurrentLoginGeneration(), FileRule::kOnlyIfUnchanged);
+    return CurrentSession().refresh + " " + Status();
+  });
+  fs::permissions(Support("."), fs::perms::owner_all);
+  EXPECT_EQ(seen, "r2 Could not save sign-in state: Permission denied (error)");
 }
 
 // Answers without both tokens, or not in a 200, are no session: polling goes on until one comes.
@@ -201,6 +303,8 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
        "Browser opened. Come back after you sign in."},
       {"/auth/v1/user", {200, R"({"email":"late@x.y"})"}, RefreshIfNeeded, FcpAuthLogout, "Signed out"},
       {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}), FcpAuthLogin, FcpAuthLogout, "Signed out"},
+      {"/auth/v1/token", {200, R"({"access_token":"a2","refresh_token":"r2"})"}, RefreshIfNeeded,
+       [this] { fs::remove(Support("fcp-session.json")); }, "Signed out"},  // by another process
   };
   for (const auto& row : rows) {
     Restart();

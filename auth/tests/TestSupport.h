@@ -80,6 +80,7 @@ class AuthTest : public ::testing::Test {
   }
   void UseSettings(const std::function<void(AuthSettings&)>& change) {
     AuthSettings settings{backend.BaseURL(), backend.BaseURL(), 2ms, 1h, 1h};
+    settings.refreshRetryDelays = {1ms, 2ms, 4ms};
     change(settings);
     SetAuthSettingsForTesting(settings);
   }

@@ -15,7 +15,9 @@
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpService.h"
 #include "orvistelle/FcpUpdate.h"
+#include "platform/HttpTransport.h"
 #include "platform/testing/ChildProcess.h"
+#include "platform/testing/LoopbackServer.h"
 #include "tools/devbackend/DevBackend.h"
 #include "update/UpdateTesting.h"
 #include "update/tests/TestSupport.h"
@@ -46,12 +48,13 @@ class Service : public ::testing::Test {
         devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", tokenSeconds, nullptr, reuseSeconds});
     std::string error;
     ASSERT_TRUE(backend_->Start(&error)) << error;
+    backendPort_ = backend_->Port();
   }
 
   // What a host printed, then "exit=<code>" or "exit=signal <number>", then its errors. Nothing of this process's
   // environment reaches the host but the thread checker's options.
   std::string Host(std::vector<std::string> argv, std::optional<int> timerMs, const fs::path& out) const {
-    std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + backend_->BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
+    std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + proxy_.BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
                                     "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string()};
     if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
     // A host may exit at any moment, while the library is starting one of its detached threads.
@@ -78,9 +81,35 @@ class Service : public ::testing::Test {
     return session.dump();
   }
 
+  // Between the hosts and the backend: refresh answers come `tokenDelayMs_` late, and the next `withheld_` of them
+  // are cut off after the backend has rotated the token.
+  void Forward(const httplib::Request& request, httplib::Response& response) {
+    httplib::Headers headers;
+    for (const auto& [name, value] : request.headers) {
+      if (name != "Host" && name != "Content-Length" && name != "Content-Type") headers.emplace(name, value);
+    }
+    httplib::Client client("127.0.0.1", backendPort_);
+    auto answer = request.method == "GET" ? client.Get(request.target, headers)
+                                          : client.Post(request.target, headers, request.body, "application/json");
+    const bool token = request.path == "/auth/v1/token";
+    if (token) std::this_thread::sleep_for(std::chrono::milliseconds(tokenDelayMs_.load()));
+    if (!answer || (token && withheld_.fetch_sub(1) > 0)) {
+      response.set_content_provider(64, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
+      return;
+    }
+    response.status = answer->status;
+    response.set_content(answer->body, answer->get_header_value("Content-Type"));
+  }
+
   platform::testing::TempDir temp_;
   const fs::path dir_ = temp_.path(), home_ = dir_ / "home";
   std::unique_ptr<devbackend::DevBackend> backend_;
+  std::atomic<int> backendPort_{0}, tokenDelayMs_{0}, withheld_{0};
+  platform::testing::LoopbackServer proxy_{[this](httplib::Server& server) {
+    auto forward = [this](const httplib::Request& request, httplib::Response& response) { Forward(request, response); };
+    server.Get(".*", forward);
+    server.Post(".*", forward);
+  }};
   unsigned flows_ = 0;
 };
 
@@ -128,6 +157,7 @@ struct Row {
   std::function<void()> check = [] {};
   std::optional<int> timerMs = {};
   int runs = 1, hosts = 1;
+  std::vector<std::string> secondArgv = {};  // the second host's, when not the first's
 };
 
 TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
@@ -162,8 +192,12 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       std::ofstream(State(session)) << (held = SignedInSession());
     };
   };
+  const auto withAtLock = [&](auto make) {
+    return [&, make] { signedInWith(60, 0)(), make(State("fcp-session.lock")); };
+  };
   const auto whole = [&](bool refreshed) {
-    const json saved = json::parse(ReadWholeFile(State(session)), nullptr, false);
+    json saved = json::parse(ReadWholeFile(State(session)), nullptr, false);
+    if (!saved.is_object()) saved = json::object();  // gone, signed out
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
     EXPECT_TRUE(!refreshed || saved.value("access_token", "") != json::parse(held).value("access_token", ""));
   };
@@ -180,7 +214,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     const std::string left = fs::exists(home_ / "Library") ? " and the old folder" : "";
     EXPECT_EQ(ReadWholeFile(State("fcp-install-id.txt")) + left, installId);
   };
-  const std::string version = std::string("=") + config::kVersion, padding(64 * 1024, ' ');
+  const std::string version = std::string("=") + config::kVersion, padding(platform::kMaxResponseBytes, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
       {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
@@ -195,7 +229,10 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"an endless session", [&] { fs::create_symlink("/dev/zero", State(session)); }, {"report"}, absent},
       {"an oversized session",
        [&] { std::ofstream(State(session)) << json{{"access_token", "a"}, {"refresh_token", "r"}} << padding; },
-       {"report"}, absent},
+       {"report"}, absent, [&] {
+         const std::string log = ReadWholeFile(home_ / ".local/state/orvistelle/orvistelle.log");
+         EXPECT_NE(log.find("state file refused: " + State(session).string()), std::string::npos) << log;
+       }},
       {"returning from main", [] {}, {"exit", "20000"}, ok, [] {}, {}, 8},
       {"returning from main, the timer firing every millisecond", [] {}, {"exit", "20000"}, ok, [] {}, 1, 8},
       {"unloading the library twice", [] {}, {ORVISTELLE_LOADER}, ok, [] {}, 20},
@@ -205,17 +242,31 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       // comes back: through the lock beside the session file one refreshes at a time and the other adopts the answer.
       {"two hosts on one session", signedInWith(60, 0), {"report", "3000"}, {"exit=0", "session=1"},
        [&] { whole(true); }, 50, 1, 2},
+      {"two hosts on one session, a dangling link at the lock",
+       withAtLock([&](const fs::path& at) { fs::create_symlink(dir_ / "gone", at); }), {"report", "1000"},
+       {"exit=0", "session=1"}, [&] { whole(true); }, 20, 1, 2},
+      {"two hosts on one session, a folder at the lock", withAtLock([](const fs::path& at) { fs::create_directory(at); }),
+       {"report", "1000"}, {"exit=0", "session=1"}, [&] { whole(true); }, 20, 1, 2},
+      // The first refreshes at every pass, slowly: the other's sign-out reaches it with a refresh in flight.
+      {"a sign-out in another host", [&] { signedInWith(60, 10)(), tokenDelayMs_ = 500; }, {"report", "2000"},
+       {"exit=0", "status=Signed out", "session=0"}, [&] { EXPECT_FALSE(fs::exists(State(session))); }, 1, 1, 2,
+       {"logout", "800"}},
+      // Retried at once, the refresh gets the successor again; at the next pass it would be too late.
+      {"an answer withheld after rotation", [&] { signedInWith(60, 3)(), withheld_ = 1; }, {"report", "4500"},
+       {"exit=0", "error=0", "session=1"}, [&] { whole(true); }, 4000},
   };
   for (const Row& row : rows) {
     for (int run = 0; run < row.runs; ++run) {
       StartBackend();
+      tokenDelayMs_ = withheld_ = 0;
       fs::remove_all(dir_ / "home");
       fs::create_directories(State(""));
       row.arrange();
       std::vector<std::string> seen(row.hosts);
       std::vector<std::thread> hosts;
       for (int i = 0; i < row.hosts; ++i) {
-        hosts.emplace_back([&, i] { seen[i] = Host(row.argv, row.timerMs, dir_ / ("out" + std::to_string(i))); });
+        const auto& argv = i == 1 && !row.secondArgv.empty() ? row.secondArgv : row.argv;
+        hosts.emplace_back([&, i, argv] { seen[i] = Host(argv, row.timerMs, dir_ / ("out" + std::to_string(i))); });
       }
       for (std::thread& host : hosts) host.join();
       for (const std::string& host : seen) {

@@ -23,6 +23,10 @@ TEST(ShippedTimings, AreTheBuiltInOnes) {
   // gives up after and the redirects it follows (a token or body is never re-sent after one); byte limits.
   EXPECT_EQ(std::tuple(settings.pollInterval, settings.timerFirstDelay, settings.timerPeriod),
             std::tuple(1s, 30s, 30s));
+  // Refresh: the silence after which an answer counts as lost, the pauses before the retries, the wait for another
+  // process's lock.
+  EXPECT_EQ(std::tuple(settings.refreshIdle, settings.refreshRetryDelays, settings.lockWait),
+            std::tuple(6s, std::vector<std::chrono::milliseconds>{1s, 2s, 4s}, 30s));
   EXPECT_EQ(std::tuple(backend->idle, backend->wait, backend->sameOriginRedirects), std::tuple(20s, 22s, 0));
   EXPECT_EQ(std::tuple(manifest.idle, manifest.wait, manifest.sameOriginRedirects), std::tuple(12s, 14s, 3));
   EXPECT_EQ(std::tuple(plain.idle, plain.wait, plain.sameOriginRedirects), std::tuple(20s, 22s, 0));

@@ -1,6 +1,7 @@
 /* A plug-in host linked to liborvistelle-service.so; prints "key=value" lines. No mode: a fresh process's state.
    "report <ms>": starts the services, waits for the manifest and a held session's e-mail, then <ms> more; "dismiss
-   <ms>" puts the update off too. "exit|kill <µs>": returns (four threads reading state) or SIGKILLs itself that soon. */
+   <ms>" puts the update off too. "exit|kill <µs>": returns (four threads reading state) or SIGKILLs itself that soon.
+   "logout <ms>": starts nothing, signs out that late, as a window in another process would. */
 #define _GNU_SOURCE
 #include <pthread.h>
 #include <signal.h>
@@ -31,20 +32,22 @@ static void Settle(void) {
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "";
   const long number = argc > 2 ? strtol(argv[2], NULL, 10) : 0;
+  const int starts = argc > 1 && strcmp(mode, "logout") != 0;
   srand((unsigned)getpid());
   for (int i = 0; strcmp(mode, "exit") == 0 && i < 4; ++i) {
     pthread_t reader;
     if (pthread_create(&reader, NULL, ReadStateForever, NULL) == 0) pthread_detach(reader);
   }
-  if (argc > 1) FcpServiceMaintain();
+  if (starts) FcpServiceMaintain();
   if (strcmp(mode, "exit") == 0 || strcmp(mode, "kill") == 0) {
     usleep(rand() % number);
     if (strcmp(mode, "kill") == 0) raise(SIGKILL);
     return 0;
   }
-  if (argc > 1) Settle();
+  if (starts) Settle();
   if (strcmp(mode, "dismiss") == 0) FcpServiceUpdateDismissSoft();
   usleep(number * 1000);
+  if (!starts && argc > 1) FcpServiceLogout();
   printf("version=%s\nheaders=%s\nstatus=%s\nerror=%d\nbusy=%d\nemail=%s\n", FcpServiceVersion(),
          ORVISTELLE_VERSION_STRING, FcpServiceStatus(), FcpServiceStatusIsError(), FcpServiceBusy(), FcpServiceEmail());
   printf("forced=%d\nsoft=%d\nlatest=%s\nnotes=%s\n", FcpServiceUpdateForced(), FcpServiceUpdateSoftAvailable(),

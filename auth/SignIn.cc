@@ -15,6 +15,7 @@
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/Platform.h"
+#include "platform/WebUrl.h"
 
 namespace orvistelle::auth {
 
@@ -66,7 +67,7 @@ void PollRelay(const std::string& flowId, uint32_t generation) {
 
 // Only well-formed http(s) addresses reach the browser.
 void OpenURLString(const std::string& url) {
-  if (IsValidURL(url)) platform::Seam<platform::Browser>::Get().Open(url);
+  if (platform::IsWebUrl(url)) platform::Seam<platform::Browser>::Get().Open(url);
 }
 
 }  // namespace

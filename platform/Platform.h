@@ -131,7 +131,8 @@ class ScopedSeam {
   ScopedSeam& operator=(const ScopedSeam&) = delete;
 };
 
-// Writes "[Orvistelle] " followed by the message to the system log.
+// Writes "[Orvistelle] " and the message, escaped by EscapeLogText (platform/LogText.h), to the system log, and the
+// message to the support log.
 void Log(std::string_view message);
 
 // The first preferred-language tag that a POSIX locale environment names: the first element of LANGUAGE, else

@@ -1,16 +1,21 @@
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <future>
 #include <regex>
 
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
+#include "platform/LogText.h"
 #include "platform/SupportFolder.h"
+#include "platform/WebUrl.h"
 #include "platform/testing/ChildProcess.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
@@ -54,6 +59,106 @@ TEST(InfoPlist, TakesTheStringsOfATopLevelDictionary) {
       <key>Version</key><string>1.2 &amp; &lt;b&gt;</string></dict></plist>)"),
             (std::map<std::string, std::string>{{"Id", "net.example"}, {"Version", "1.2 & <b>"}}));
   EXPECT_FALSE(ParseInfoPlist("<plist><dict><key>a</key><string>&bogus;</string></dict></plist>"));
+}
+
+// Outside text can neither forge a line nor hide in one, and what is escaped already stays as it is.
+TEST(LogText, MakesWhatBreaksALineOrSteersATerminalVisible) {
+  const std::tuple<const char*, std::string, std::string> rows[] = {
+      {"line feed", "1.2\n2026-01-01T00:00:00.000Z forged", "1.2\\n2026-01-01T00:00:00.000Z forged"},
+      {"C0 controls", std::string("\r\t\0\x1b[31m", 8), "\\r\\t\\x00\\x1b[31m"},
+      {"DEL", "a\x7f", "a\\x7f"},
+      {"C1 controls", "\xc2\x80\xc2\x85\xc2\x9f", "\\u0080\\u0085\\u009f"},
+      {"separators", "\xe2\x80\xa8\xe2\x80\xa9", "\\u2028\\u2029"},
+      {"invalid UTF-8", "\xff\xc3(\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xf9\x80\x80\x80\xe2\x80",
+       "\\xff\\xc3(\\xc0\\xaf\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80\\xf9\\x80\\x80\\x80\\xe2\\x80"},
+      {"text kept", "caf\xc3\xa9 \xc2\xa0\xe2\x80\xaf\xf0\x9f\x98\x80 \\n ~",
+       "caf\xc3\xa9 \xc2\xa0\xe2\x80\xaf\xf0\x9f\x98\x80 \\n ~"}};
+  for (const auto& [name, text, escaped] : rows) {
+    EXPECT_EQ(EscapeLogText(text), escaped) << name;
+    EXPECT_EQ(EscapeLogText(escaped), escaped) << name;
+  }
+}
+
+// The system log and the support log get the same escaped text.
+TEST(LogText, ReachesBothLogsEscaped) {
+  testing::TempDir temp;
+  testing::FakeClock clock{0};
+  testing::RecordingLog systemLog;
+  testing::ScopedFakes seams{&clock, &systemLog};
+  SetDiagnosticsFolder(temp.path().string());
+  Log("version 1.2\n[Orvistelle] forged\xe2\x80\xa8");
+  const std::vector<std::string> lines = ReadDiagnosticsTail(DiagnosticsLogPath(), 9);
+  SetDiagnosticsFolder("");
+  EXPECT_EQ(systemLog.Take(), std::vector<std::string>{"[Orvistelle] version 1.2\\n[Orvistelle] forged\\u2028"});
+  EXPECT_EQ(lines, std::vector<std::string>{"1970-01-01T00:00:00.000Z version 1.2\\n[Orvistelle] forged\\u2028"});
+}
+
+// True when the call came back within the limit; a call that hangs is left behind on its thread.
+bool ReturnsWithin(std::chrono::milliseconds limit, std::function<void()> call) {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> returned = done->get_future();
+  std::thread([done, call = std::move(call)] {
+    call();
+    done->set_value();
+  }).detach();
+  return returned.wait_for(limit) == std::future_status::ready;
+}
+
+// Whatever lies at the log's paths, no caller waits on it, and nothing is written into it: the lines are lost.
+TEST(DiagnosticsLog, NoObjectAtItsPathHoldsUpACaller) {
+  testing::TempDir temp;
+  testing::FakeClock clock{0};
+  testing::RecordingLog systemLog;
+  testing::ScopedFakes seams{&clock, &systemLog};
+  const std::filesystem::path folder = temp.path() / "orvistelle", log = folder / kDiagnosticsLogName;
+  int reader = -1;
+  const std::tuple<const char*, std::function<void(const std::string&)>, size_t> rows[] = {
+      {"FIFO", [](const std::string& at) { ::mkfifo(at.c_str(), 0600); }, 0},
+      {"FIFO with a reader", [&reader](const std::string& at) {
+         ::mkfifo(at.c_str(), 0600);
+         if (reader < 0) reader = ::open(at.c_str(), O_RDONLY | O_NONBLOCK);
+       }, 0},
+      {"directory", [](const std::string& at) { std::filesystem::create_directory(at); }, 0},
+      {"dangling link", [](const std::string& at) { std::filesystem::create_symlink("gone", at); }, 0},
+      {"link to /dev/zero", [](const std::string& at) { std::filesystem::create_symlink("/dev/zero", at); }, 0},
+      {"no folder yet", [&folder](const std::string&) { std::filesystem::remove_all(folder); }, 2}};
+  setenv("XDG_STATE_HOME", temp.path().c_str(), 1);
+  for (const auto& [name, lay, kept] : rows) {
+    std::filesystem::create_directories(folder);
+    lay(log.string());
+    lay(log.string() + ".1");
+    std::vector<std::string> lines;
+    EXPECT_TRUE(ReturnsWithin(1s, [&lines] {
+      SetDiagnosticsFolder("");
+      StartDiagnosticsLog();
+      Diagnose("one");
+      Log("two");
+      lines = ReadDiagnosticsTail(DiagnosticsLogPath(), 9);
+    })) << name;
+    EXPECT_EQ(lines.size(), kept) << name;
+    char byte = 0;
+    EXPECT_LE(::read(reader, &byte, 1), 0) << name;
+    std::filesystem::remove_all(folder);
+  }
+  ::close(reader);
+  unsetenv("XDG_STATE_HOME");
+  SetDiagnosticsFolder("");
+}
+
+// What may be requested or opened in the browser: an absolute web address with a host and nothing hiding in it.
+TEST(WebUrl, IsAnAbsoluteHttpAddressWithAHostAndNoUserInfo) {
+  const std::pair<const char*, std::optional<std::string>> rows[] = {
+      {"http://h", "h"}, {"HTTPS://Ex.Test:8443/p-_.~?q=%2F&r=[1]#f!$'()*+,;=@", "ex.test"},
+      {"http://[::1]:8/", "[::1]"}, {"http://a%2fb.test/%20", std::nullopt}, {"http:/x", std::nullopt},
+      {"http://", std::nullopt}, {"https://user:pw@host/x", std::nullopt}, {"https://@host/x", std::nullopt},
+      {"http:///x", std::nullopt}, {"http://:80/x", std::nullopt}, {"http://h:8x/", std::nullopt},
+      {"http://[::1/", std::nullopt}, {"https://h/a b", std::nullopt}, {"https://h/%2", std::nullopt},
+      {"https://h/%g0", std::nullopt}, {"https://ex\xc3\xa4mple.test", std::nullopt}, {"ftp://h/x", std::nullopt},
+      {"file:///etc/passwd", std::nullopt}, {"javascript:alert(1)//", std::nullopt}};
+  for (const auto& [url, host] : rows) {
+    EXPECT_EQ(WebUrlHost(url), host) << url;
+    EXPECT_EQ(IsWebUrl(url), host.has_value()) << url;
+  }
 }
 
 // A token or body never reaches another origin, a peer that stops talking, breaks off, speaks no HTTP or floods

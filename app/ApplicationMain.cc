@@ -19,11 +19,16 @@
 namespace orvistelle::app {
 namespace {
 
-// Calls a function once, right after the first frame of any window has been painted: queued behind the paint event,
-// it runs once the frame has been drawn and handed to the window system.
+// Calls a function once, right after the first frame of any window has been painted: a zero timer started during the
+// paint event fires once the frame has been drawn and handed to the window system.
 class AfterFirstFrame : public QObject {
  public:
-  explicit AfterFirstFrame(std::function<void()> call) : QObject(qApp), call_(std::move(call)) {
+  explicit AfterFirstFrame(std::function<void()> call) : QObject(qApp) {
+    afterPaint_.setSingleShot(true);
+    connect(&afterPaint_, &QTimer::timeout, this, [this, call = std::move(call)] {
+      call();
+      deleteLater();
+    });
     qApp->installEventFilter(this);
   }
 
@@ -31,13 +36,13 @@ class AfterFirstFrame : public QObject {
   bool eventFilter(QObject* watched, QEvent* event) override {
     if (event->type() == QEvent::Paint) {
       qApp->removeEventFilter(this);
-      QMetaObject::invokeMethod(this, [this] { call_(); deleteLater(); }, Qt::QueuedConnection);
+      afterPaint_.start(0);
     }
     return QObject::eventFilter(watched, event);
   }
 
  private:
-  std::function<void()> call_;
+  QTimer afterPaint_;
 };
 
 // The maintenance threads would compete with the first frame for the two cores a small machine has: they start once

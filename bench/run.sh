@@ -162,16 +162,16 @@ median() {
 # "absolute" checks ours alone, "context" checks nothing; without a reference side only ours is shown.
 row() {
   local figure=$1 stem=$2 scale=$3 limit=$4 kind=$5 side=${6-reference}
-  local reference=0
+  local reference=-
   [ -z "$side" ] || reference=$(median "$work/$stem.$side")
   awk -v f="$figure" -v o="$(median "$work/$stem.ours")" -v r="$reference" -v s="$scale" -v l="$limit" -v k="$kind" \
     'BEGIN {
-      o /= s; r /= s
-      ratio = (r > 0) ? sprintf("%.2f", o / r) : "-"
-      ok = (k == "ratio") ? (r > 0 && o / r <= l) : (k == "absolute") ? (o <= l) : 1
+      o /= s
+      shown = (r == "-") ? "-" : sprintf("%.1f", r / s)
+      ratio = (r != "-" && r > 0) ? sprintf("%.2f", o / (r / s)) : "-"
+      ok = (k == "ratio") ? (ratio != "-" && ratio + 0 <= l) : (k == "absolute") ? (o <= l) : 1
       budget = (k == "ratio") ? "ratio <= " l : (k == "absolute") ? "<= " l : "-"
-      printf "| %s | %.1f | %s | %s | %s | %s |\n", f, o, (r > 0) ? sprintf("%.1f", r) : "-", ratio, budget,
-        (k == "context") ? "-" : ok ? "yes" : "NO"
+      printf "| %s | %.1f | %s | %s | %s | %s |\n", f, o, shown, ratio, budget, (k == "context") ? "-" : ok ? "yes" : "NO"
     }'
 }
 

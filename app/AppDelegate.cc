@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "app/Accessibility.h"
+#include "app/Images.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/Platform.h"
 
@@ -73,15 +74,17 @@ QImage LargestImage(const QIcon& icon) {
   return icon.pixmap(icon.actualSize(QSize(1024, 1024))).toImage();
 }
 
+// The bundle carries each image at the size the window shows it, and at twice that size for dense screens.
 QImage BundleImage(const QString& name) {
   const std::string resources = platform::Seam<platform::Bundle>::Get().Main().resourcePath;
   if (resources.empty()) return {};
-  return QImage(QString::fromStdString(resources) + "/" + name + ".png");
+  const QString scale = qApp->devicePixelRatio() > 1 ? "@2x" : "";
+  return ReadPng(QString::fromStdString(resources) + "/" + name + scale + ".png");
 }
 
 QImage ApplicationIconImage() {
-  QImage image = LargestImage(QApplication::windowIcon());
-  return image.isNull() ? BundleImage("AppIcon") : image;
+  QImage image = BundleImage("AppIcon-68");
+  return image.isNull() ? LargestImage(QApplication::windowIcon()) : image;
 }
 
 // The desktop's icon theme stands in for the platform's named system images.

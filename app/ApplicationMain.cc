@@ -1,11 +1,15 @@
 #include "app/ApplicationMain.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QIcon>
+#include <QPixmap>
 #include <QTimer>
+#include <functional>
 #include <iostream>
 
 #include "app/Setup.h"
+#include "app/Images.h"
 #include "app/SingleInstance.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
@@ -14,13 +18,46 @@
 #include "platform/Platform.h"
 
 namespace orvistelle::app {
-
-ServiceCalls ProductServices() {
-  return {FcpI18nApplyHostLocale, FcpServiceMaintain, FcpServiceOpenSite,
-          FcpServiceOpenDocs,     FcpServiceOpenTerms, FcpServiceOpenPrivacy};
-}
-
 namespace {
+
+// Calls a function once, right after the first frame of any window has been painted: a zero timer started during the
+// paint event fires once the frame has been drawn and handed to the window system.
+class AfterFirstFrame : public QObject {
+ public:
+  explicit AfterFirstFrame(std::function<void()> call) : QObject(qApp) {
+    afterPaint_.setSingleShot(true);
+    connect(&afterPaint_, &QTimer::timeout, this, [this, call = std::move(call)] {
+      call();
+      deleteLater();
+    });
+    qApp->installEventFilter(this);
+  }
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() == QEvent::Paint) {
+      qApp->removeEventFilter(this);
+      afterPaint_.start(0);
+    }
+    return QObject::eventFilter(watched, event);
+  }
+
+ private:
+  QTimer afterPaint_;
+};
+
+// The maintenance threads would compete with the first frame for the two cores a small machine has: they start once
+// it is on screen, still before anything that the user could do needs them.
+void MaintainAfterFirstFrame() { new AfterFirstFrame(FcpServiceMaintain); }
+
+// The window icon at the size the window system shows, and twice that for dense screens: nothing larger is decoded
+// and converted for the window manager.
+QIcon WindowIcon(const QString& resources) {
+  QIcon icon;
+  icon.addPixmap(QPixmap::fromImage(ReadPng(resources + "/AppIcon-64.png")));
+  if (qApp->devicePixelRatio() > 1) icon.addPixmap(QPixmap::fromImage(ReadPng(resources + "/AppIcon-128.png")));
+  return icon;
+}
 
 // True when the window system Qt will use has a display to show windows on.
 bool HasDisplay() {
@@ -39,6 +76,11 @@ void RaiseWindow(QWidget& window) {
 
 }  // namespace
 
+ServiceCalls ProductServices() {
+  return {FcpI18nApplyHostLocale, MaintainAfterFirstFrame, FcpServiceOpenSite,
+          FcpServiceOpenDocs,     FcpServiceOpenTerms,     FcpServiceOpenPrivacy};
+}
+
 int ApplicationMain(int argc, char** argv) {
   // Without a display the platform plug-in would abort with a page of advice meant for Qt developers.
   if (!HasDisplay()) {
@@ -56,7 +98,7 @@ int ApplicationMain(int argc, char** argv) {
   if (instance.RaiseRunningInstance()) return 0;
   shell::MoveEarlierFiles();
   const std::string resources = platform::Seam<platform::Bundle>::Get().Main().resourcePath;
-  QApplication::setWindowIcon(QIcon(QString::fromStdString(resources) + "/AppIcon.png"));
+  QApplication::setWindowIcon(WindowIcon(QString::fromStdString(resources)));
   QWidget window;
   AppDelegate delegate(&window, ProductServices());
   QObject::connect(&instance, &SingleInstance::raiseRequested, &window, [&window] { RaiseWindow(window); });

@@ -4,7 +4,8 @@
 
 namespace orvistelle::app {
 
-// The product's localisation and service functions, as the window calls them.
+// The product's localisation and service functions, as the window calls them; the maintenance asked for at launch
+// starts right after the window's first frame.
 ServiceCalls ProductServices();
 
 // Creates the application, its window and delegate, finishes launching once the loop runs, and runs the loop until

@@ -4,6 +4,12 @@
 #include <QPainter>
 #include <QProcess>
 #include <QTest>
+#include <fcntl.h>
+#include <set>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "app/AppDelegate.h"
 #include "app/tests/ShellFixture.h"
@@ -206,12 +212,12 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
   }
 }
 
-// The application started as a user starts it, in a temporary home: without a display, then twice.
-TEST(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
-  constexpr int kTimeoutMs = 30000;
-  platform::testing::TempDir temp;
-  std::vector<std::unique_ptr<QProcess>> apps;
-  auto launch = [&](const char* platform) {
+// The application started as a user starts it, in a temporary home and runtime folder.
+class Launch : public ::testing::Test {
+ public:
+  static constexpr int kTimeoutMs = 30000;
+
+  QProcess* Start(const char* platform) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const char* name :
          {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CONFIG_HOME"})
@@ -219,31 +225,96 @@ TEST(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
     if (platform != nullptr) environment.insert("QT_QPA_PLATFORM", platform);
     // The support folder follows the user database, not HOME; and no request may reach a backend someone runs.
     for (const char* name : {"HOME", "ORVISTELLE_DEV_HOME"})
-      environment.insert(name, QString::fromStdString(temp.path() / "home"));
+      environment.insert(name, QString::fromStdString(temp_.path() / "home"));
     environment.insert("ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:9");
-    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(temp.path()));
-    QProcess* app = apps.emplace_back(std::make_unique<QProcess>()).get();
+    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(runtime_));
+    QProcess* app = apps_.emplace_back(std::make_unique<QProcess>()).get();
     app->setProcessEnvironment(environment);
     app->start(ORVISTELLE_TEST_APP_BUNDLE "/Contents/MacOS/Orvistelle FCP Beauty", {});
     EXPECT_TRUE(app->waitForStarted(kTimeoutMs));
     return app;
-  };
-  QProcess* headless = launch(nullptr);
+  }
+  // A socket bound at the app's path; it listens, or was left behind as by a crash.
+  void Bind(bool listening) {
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, SocketPath().c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    if (listening) ASSERT_EQ(listen(socket, 4), 0);
+    if (listening) held_ = socket;
+    else close(socket);
+  }
+  fs::path SocketPath() const { return runtime_ / (std::string(config::kBundleIdentifier) + ".socket"); }
+  static bool SaidWithin(QProcess* app, const char* text, int timeoutMs = kTimeoutMs) {
+    QByteArray said;
+    return QTest::qWaitFor([&] { return said.append(app->readAllStandardError()).contains(text); }, timeoutMs);
+  }
+  void TearDown() override {
+    if (held_ >= 0) close(held_);
+  }
+
+  platform::testing::TempDir temp_;
+  fs::path runtime_ = temp_.path();
+  int held_ = -1;
+  std::vector<std::unique_ptr<QProcess>> apps_;
+};
+
+// Without a display, then twice: the first takes over the socket a crash left behind, the second raises it.
+TEST_F(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
+  QProcess* headless = Start(nullptr);
   ASSERT_TRUE(headless->waitForFinished(kTimeoutMs));
   EXPECT_EQ(std::pair(headless->exitStatus(), headless->exitCode()), std::pair(QProcess::NormalExit, 1));
   EXPECT_EQ(headless->readAllStandardError().toStdString(),
             "Orvistelle FCP Beauty needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n");
 
-  const fs::path socketPath = temp.path() / (std::string(config::kBundleIdentifier) + ".socket");
-  QProcess* first = launch("offscreen");
-  ASSERT_TRUE(QTest::qWaitFor([&] { return fs::exists(socketPath); }, kTimeoutMs));
-  QProcess* second = launch("offscreen");
+  Bind(false);
+  QProcess* first = Start("offscreen");
+  ASSERT_TRUE(SaidWithin(first, "heartbeat failed"));  // the maintenance starts once the window has shown
+  QProcess* second = Start("offscreen");
   ASSERT_TRUE(second->waitForFinished(kTimeoutMs));
-  EXPECT_EQ(std::pair(second->exitCode(), first->state()), std::pair(0, QProcess::Running));
+  EXPECT_EQ(std::tuple(second->exitCode(), second->readAllStandardError(), first->state()),
+            std::tuple(0, QByteArray(), QProcess::Running));
   // The offscreen platform cannot stack windows and says so when asked to raise one.
-  QByteArray said;
-  EXPECT_TRUE(QTest::qWaitFor([&] { return said.append(first->readAllStandardError()).contains("support raise()"); }));
+  EXPECT_TRUE(SaidWithin(first, "support raise()"));
 }
+
+struct Obstacle {
+  const char* name;
+  void (*arrange)(Launch& test);
+  const char* said;
+};
+
+class LaunchObstacle : public Launch, public ::testing::WithParamInterface<Obstacle> {};
+
+// Where no running copy can be asked, the app starts all the same and says why.
+TEST_P(LaunchObstacle, StartsAnywayAndSaysWhy) {
+  GetParam().arrange(*this);
+  QProcess* app = Start("offscreen");
+  EXPECT_TRUE(SaidWithin(app, GetParam().said));
+  EXPECT_TRUE(SaidWithin(app, "heartbeat failed"));
+  EXPECT_EQ(app->state(), QProcess::Running);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, LaunchObstacle,
+    ::testing::Values(
+        Obstacle{"ForeignListener", [](Launch& test) { test.Bind(true); }, "something else listens at"},
+        Obstacle{"SilentCopy",
+                 [](Launch& test) {
+                   test.held_ = open((test.SocketPath().string() + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
+                   ASSERT_EQ(flock(test.held_, LOCK_EX), 0);
+                 },
+                 "did not answer"},
+        Obstacle{"FolderOpenToGroup", [](Launch& test) { fs::permissions(test.runtime_, fs::perms(0750)); },
+                 "is open to other users"},
+        // Run as anyone but root, the root folder is another user's.
+        Obstacle{"FolderOfAnotherUser",
+                 [](Launch& test) {
+                   if (chown(test.runtime_.c_str(), 65534, 65534) != 0) test.runtime_ = "/";
+                 },
+                 "belongs to another user"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace orvistelle::app

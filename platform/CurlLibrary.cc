@@ -1,6 +1,7 @@
 #include "platform/CurlLibrary.h"
 
 #include <dlfcn.h>
+#include <openssl/crypto.h>
 
 #include <array>
 #include <mutex>
@@ -44,9 +45,18 @@ bool FindAll(void* library, CurlLibrary& curl) {
          Find(library, "curl_url_get", curl.urlGet) && Find(library, "curl_free", curl.free);
 }
 
+// OpenSSL tears itself down from an exit handler. A host may return from main while this thread is still setting the
+// library up, and that teardown would then run under its feet; without the handler the process simply ends. A libcurl
+// built on another TLS library has no such function, and needs nothing.
+void KeepOpenSslUntilTheProcessEnds(void* library) {
+  decltype(&::OPENSSL_init_crypto) initCrypto = nullptr;
+  if (Find(library, "OPENSSL_init_crypto", initCrypto)) initCrypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+}
+
 // The global set-up, and the share handle that lets every request reuse the pool's connections, DNS answers and
 // TLS sessions. Nothing when the library is too old or its set-up fails.
 CURLSH* SetUp(void* library) {
+  KeepOpenSslUntilTheProcessEnds(library);
   decltype(&::curl_global_init) globalInit = nullptr;
   decltype(&::curl_share_init) shareInit = nullptr;
   decltype(&::curl_share_setopt) shareSetopt = nullptr;

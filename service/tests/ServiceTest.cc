@@ -52,13 +52,14 @@ class Service : public ::testing::Test {
   }
 
   // What a host printed, then "exit=<code>" or "exit=signal <number>", then its errors. Nothing of this process's
-  // environment reaches the host but the thread checker's options.
+  // environment reaches the host but the sanitizers' options.
   std::string Host(std::vector<std::string> argv, std::optional<int> timerMs, const fs::path& out) const {
     std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + proxy_.BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
                                     "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string()};
     if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
     // A host may exit at any moment, while the library is starting one of its detached threads.
     env.push_back("TSAN_OPTIONS=report_thread_leaks=0:" + std::string(std::getenv("TSAN_OPTIONS") ?: ""));
+    env.push_back("LSAN_OPTIONS=suppressions=" ORVISTELLE_LSAN_SUPPRESSIONS);
     if (argv[0][0] != '/') argv.insert(argv.begin(), ORVISTELLE_HOST);
     fs::create_directories(out);
     const auto child = platform::testing::RunChild(std::move(argv), std::move(env), out, 20s);

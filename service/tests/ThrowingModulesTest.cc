@@ -1,5 +1,4 @@
-// The C boundary, built here over modules that throw: no exception reaches the host; each function answers with its
-// "nothing" and logs each failure once.
+// The C boundary over modules that throw: each function answers its "nothing" and logs each failure once.
 #include <gtest/gtest.h>
 
 #include <new>
@@ -40,18 +39,15 @@ void FcpUpdateOpenDownload() { UpdateFails(); }
 namespace orvistelle {
 namespace {
 
-// What `Function` answered, as text: "none", "true"/"false", or the string in quotes.
+// What `Function` answered: "none", true/false, or the string in quotes.
 template <auto Function>
 std::string Answer() {
   static_assert(noexcept(Function()), "a C host cannot catch what a service function throws");
   if constexpr (std::is_void_v<decltype(Function())>) {
     Function();
     return "none";
-  } else if constexpr (std::is_same_v<decltype(Function()), bool>) {
-    return Function() ? "true" : "false";
   } else {
-    const char* value = Function();
-    return value == nullptr ? "NULL" : '"' + std::string(value) + '"';
+    return ::testing::PrintToString(Function());
   }
 }
 

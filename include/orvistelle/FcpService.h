@@ -15,9 +15,9 @@
        the moment of the call; a host that shows them reads them again.
    (4) Only the functions declared here are exported from the shared library.
    (5) No exception ever leaves a function (they are noexcept to C++ hosts): a failure inside the library becomes
-       the function's answer for nothing (false, "", no action) and one line in the system log.
-   (6) The library is never unloaded: its background threads outlive any call, so it is linked to stay mapped and
-       a host's dlclose leaves it in place.
+       the function's answer for nothing (false, "", no action) and a line in the system log.
+   (6) The shared library is never unloaded: its background threads outlive any call, so it is linked to stay
+       mapped and a host's dlclose leaves it in place.
 */
 #ifndef ORVISTELLE_FCP_SERVICE_H_
 #define ORVISTELLE_FCP_SERVICE_H_

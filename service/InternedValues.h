@@ -7,6 +7,8 @@
 #include <mutex>
 #include <string>
 
+#include "orvistelle/FcpService.h"
+
 namespace orvistelle::service {
 
 // The last kKept distinct values of one function, most recently returned first. A value returned again keeps its
@@ -14,7 +16,7 @@ namespace orvistelle::service {
 // it: for the life of the process in practice, while a value that changes at every pass cannot grow memory.
 class InternedValues {
  public:
-  static constexpr std::size_t kKept = 16;
+  static constexpr std::size_t kKept = FCP_SERVICE_KEPT_STRINGS;
 
   const char* Intern(std::string value) {
     std::lock_guard guard(lock_);

@@ -16,9 +16,6 @@ set(public_FcpService.h service)
 set(public_Version.h service)
 set(public_BuildConfig.h config)
 
-# "<source> -> <header>" that a branch not yet merged removes; the test fails once one is gone, to have it taken off.
-set(pending_after_support_folder_merge "app/cli/SupportCommand.cc -> auth/Files.h")
-
 # The module owning `path`, a source below SOURCE_DIR or a header as an include names it; empty for a header of its
 # own folder or from outside the project.
 function(owner path out)
@@ -57,17 +54,9 @@ foreach(file ${sources})
     if(header MATCHES "\\.\\./")
       list(APPEND problems "${file} climbs out of its folder to include ${header}")
     elseif(NOT used STREQUAL "" AND NOT used STREQUAL "config" AND NOT used IN_LIST may_use_${module})
-      if("${file} -> ${header}" IN_LIST pending_after_support_folder_merge)
-        list(REMOVE_ITEM pending_after_support_folder_merge "${file} -> ${header}")
-        message(STATUS "pending merge: ${file} (${module}) includes ${header} (${used})")
-      else()
-        list(APPEND problems "${file} (${module}) includes ${header} (${used})")
-      endif()
+      list(APPEND problems "${file} (${module}) includes ${header} (${used})")
     endif()
   endforeach()
-endforeach()
-foreach(gone ${pending_after_support_folder_merge})
-  list(APPEND problems "'${gone}' is gone: take it off pending_after_support_folder_merge")
 endforeach()
 
 if(problems)

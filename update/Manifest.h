@@ -12,7 +12,8 @@ namespace orvistelle::update {
 
 inline constexpr char kHostKey[] = "fcp";
 
-// A value of the wrong JSON type reads as "", and as nothing for the direct download.
+// A value of the wrong JSON type reads as "", and as nothing for the direct download; so does a version that is
+// not one (see IsVersion).
 struct HostEntry {
   std::string version;
   std::string forceBelow;

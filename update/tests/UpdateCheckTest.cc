@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 constexpr double kSixHours = 21600.0;
-constexpr char kDirectZip[] = "https://example.test/get/orvistelle-1.2.0.zip";
+constexpr char kDirectZip[] = "https://127.0.0.1/get/orvistelle-1.2.0.zip";  // the download server's host
 
 TEST(CmpSemver, ComparesNumericallyAndSymmetrically) {
   const std::tuple<const char*, const char*, int> rows[] = {
@@ -32,6 +32,16 @@ TEST(CmpSemver, ComparesNumericallyAndSymmetrically) {
   int32_t part = 7;  // a missing output or an empty text is refused before anything is written
   EXPECT_FALSE(ParseSemver("1.2.3", nullptr, &part, &part) || ParseSemver("1.2.3", &part, &part, nullptr));
   EXPECT_TRUE(!ParseSemver("", &part, &part, &part) && part == 7);
+}
+
+TEST(IsVersion, TakesDigitGroupsAndALabelOnly) {
+  for (const char* version : {"1", "v1.2.3", "V2.0", "1.2.3-beta.1", "1.2.3+build-7", "1.2.3.4", "123456789.0"}) {
+    EXPECT_TRUE(IsVersion(version)) << version;
+  }
+  for (const char* garbage : {"", "v", "1.", ".1", "1..2", "1.2.3-", "1.2.3 ", " 1", "1.2.3\n[Orvistelle] x", "rc1",
+                              "-1", "1234567890", "1.2.3-be ta", "vv1", "1.2.x"}) {
+    EXPECT_FALSE(IsVersion(garbage)) << garbage;
+  }
 }
 
 std::string Manifest(const json& fcp) { return json{{"hosts", {{"fcp", fcp}}}, {"schema", 2}}.dump(); }
@@ -87,7 +97,8 @@ TEST_F(UpdateCheck, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
       {"1.0.0", "1.2.0", "1.1.0", true, false}, {"1.1.5", "1.2.0", "1.1.0", false, true},
       {"1.1.0", "1.2.0", "1.1.0", false, true}, {"1.2.0", "1.2.0", "1.3.0", true, false},
       {"1.3.0", "1.2.0", "", false, false},     {"v1.2", "1.2.0", "", false, false},
-      {std::nullopt, "0.0.1", "", false, true}, {std::nullopt, "", "0.1", true, false}};
+      {std::nullopt, "0.0.1", "", false, true}, {std::nullopt, "", "0.1", true, false},
+      {"1.0.0", "1.2.0", "1.1.0x", false, true}, {"1.0.0", "1.2.0\n", "", false, false}};  // not versions: ignored
   fakes.bundle.SetInfo("CFBundleVersion", "9.9.9");
   for (const auto& [installed, version, forceBelow, forced, soft] : offers) {
     fakes.bundle.SetInfo("CFBundleShortVersionString", installed);
@@ -111,26 +122,29 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
   EXPECT_FALSE(FcpUpdateSoftAvailable());
   fakes.clock.Advance(86399);
   EXPECT_TRUE(FcpUpdateSoftAvailable());
-  for (const char* content : {R"({"version":120,"until":"1800000000"})", "{"}) {
+  // A mistyped or broken file hides nothing, nor does an end further than a day ahead: the clock ran fast.
+  const std::string aYearAhead = json{{"version", "1.2.0"}, {"until", fakes.clock.Now() + 365 * 86400.0}}.dump();
+  for (const std::string& content : {std::string(R"({"version":120,"until":"1800000000"})"), std::string("{"),
+                                     aYearAhead}) {
     std::ofstream(file, std::ios::trunc) << content;
     SetUp();
     CheckLater(1);
-    EXPECT_TRUE(FcpUpdateSoftAvailable()) << content;  // a mistyped or broken file hides nothing
+    EXPECT_TRUE(FcpUpdateSoftAvailable()) << content;
   }
 }
 
-// Only an absolute web URL of plain URL characters and whole percent escapes reaches the browser.
-TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWellFormedWebUrlToTheBrowser) {
-  const std::pair<std::string, bool> downloads[] = {
-      {"HTTPS://Example.test/A-Z_09~.zip?q=1&r=[x]#f!$'()*+,;=@", true}, {"http://example.test/a%2fb%2F%20", true},
-      {"https://example.test/a b.zip", false}, {"https://example.test/%20 b", false}, {"https: //example.test", false},
-      {"https://example.test/%2", false}, {"https://example.test/%g0", false}, {"https://example.test/%0g1", false},
-      {"https://ex\xc3\xa4mple.test", false}, {"file:///etc/passwd", false}, {"javascript:alert(1)", false}};
+// The browser goes only to this product's own servers; any other download falls back to the fixed one.
+TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
+  const std::string own = "HTTPS://127.0.0.1:1/A-Z_09~.zip?q=1#f", plain = "http://127.0.0.1/get/a%20b.zip";
+  const std::pair<std::string, std::string> downloads[] = {
+      {own, own}, {plain, plain}, {"https://elsewhere.test/a.zip", zip}, {"https://127.0.0.1.elsewhere.test/", zip},
+      {"https://127.0.0.1@elsewhere.test/a.zip", zip}, {"https://127.0.0.1/a b.zip", zip},
+      {"ftp://127.0.0.1/a.zip", zip}, {"file:///etc/passwd", zip}, {"javascript:alert(1)", zip}};
   for (const auto& [url, opened] : downloads) {
     server.Answer(200, Manifest({{"version", "1.2.0"}, {"download_macos", url}}));
     CheckLater();
     FcpUpdateOpenDownload();
-    EXPECT_EQ(fakes.browser.Take().size(), opened ? 1u : 0u) << url;
+    EXPECT_EQ(fakes.browser.Take(), std::vector<std::string>{opened}) << url;
   }
 }
 

@@ -39,20 +39,25 @@ long long AllocatedBytes() {
 class Service : public ::testing::Test {
  protected:
   // `tokenSeconds` is the access tokens' lifetime, `reuseSeconds` how long a spent refresh token still works.
-  void StartBackend(int tokenSeconds = 3600, double reuseSeconds = 10) {
+  void StartBackend(int tokenSeconds = 3600, double reuseSeconds = 10, bool signs = true) {
     std::ofstream(dir_ / "latest.json") << R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"1.1.0"}}})";
+    fs::remove(dir_ / "latest.json.sig");
     backend_.reset();
     backend_ = std::make_unique<devbackend::DevBackend>(
-        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", tokenSeconds, nullptr, reuseSeconds});
+        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", tokenSeconds, nullptr, reuseSeconds, signs});
     std::string error;
     ASSERT_TRUE(backend_->Start(&error)) << error;
   }
 
   // What a host printed, then "exit=<code>" or "exit=signal <number>", then its errors. Nothing of this process's
-  // environment reaches the host but the thread checker's options.
+  // environment reaches the host but the thread checker's options; manifests must carry the backend's signature,
+  // and the browser it opens is a script that notes the address in opened_.
   std::string Host(std::vector<std::string> argv, std::optional<int> timerMs, const fs::path& out) const {
+    std::ofstream(dir_ / "xdg-open") << "#!/bin/sh\necho \"$1\" >> '" << opened_.string() << "'\n";
+    fs::permissions(dir_ / "xdg-open", fs::perms::owner_all);
     std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + backend_->BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
-                                    "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string()};
+                                    "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string(),
+                                    "ORVISTELLE_DEV_UPDATE_KEY=" + backend_->UpdatePublicKey(), "PATH=" + dir_.string()};
     if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
     // A host may exit at any moment, while the library is starting one of its detached threads.
     env.push_back("TSAN_OPTIONS=report_thread_leaks=0:" + std::string(std::getenv("TSAN_OPTIONS") ?: ""));
@@ -78,8 +83,15 @@ class Service : public ::testing::Test {
     return session.dump();
   }
 
+  // What the hosts' browser was asked to open, once the script has written it.
+  std::string Opened() const {
+    for (int tries = 0; tries < 500 && !fs::exists(opened_); ++tries) std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(50ms);
+    return ReadWholeFile(opened_);
+  }
+
   platform::testing::TempDir temp_;
-  const fs::path dir_ = temp_.path(), home_ = dir_ / "home";
+  const fs::path dir_ = temp_.path(), home_ = dir_ / "home", opened_ = dir_ / "opened";
   std::unique_ptr<devbackend::DevBackend> backend_;
   unsigned flows_ = 0;
 };
@@ -167,6 +179,26 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
     EXPECT_TRUE(!refreshed || saved.value("access_token", "") != json::parse(held).value("access_token", ""));
   };
+  // One release's manifest and its signature, as published or not: only the one that verifies is used.
+  const std::string forcing =
+      R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"9.0.0","download_macos":"http://127.0.0.1/new.zip"}}})";
+  // `signature`: none for the backend's own, "" for its signature of `forcing` laid beside the manifest, else a text.
+  const auto published = [&](std::optional<std::string> signature, const std::string& manifest) {
+    return [&, signature, manifest] {
+      fs::remove(opened_);
+      std::ofstream(dir_ / "latest.json") << forcing;
+      if (signature) {
+        auto signedNow = httplib::Client("127.0.0.1", backend_->Port()).Get("/orvistelle/vask/latest.json.sig");
+        std::ofstream(dir_ / "latest.json.sig") << (signature->empty() && signedNow ? signedNow->body : *signature);
+      }
+      std::ofstream(dir_ / "latest.json") << manifest;
+    };
+  };
+  const auto opens = [&](const std::string& path) {
+    return [&, path] { EXPECT_EQ(Opened(), (path[0] == '/' ? backend_->BaseURL() : "") + path + "\n"); };
+  };
+  const std::string fallback = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip", bad = "update check: bad";
+  const std::vector<std::string> refused = {"exit=0", "forced=0", "latest=", "[Orvistelle] " + bad + " signature"};
   const std::string version = std::string("=") + config::kVersion, padding(64 * 1024, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
@@ -190,6 +222,21 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       // comes back: through the lock beside the session file one refreshes at a time and the other adopts the answer.
       {"two hosts on one session", signedInWith(60, 0), {"report", "3000"}, {"exit=0", "session=1"},
        [&] { whole(true); }, 50, 1, 2},
+      {"a signed manifest", published(std::nullopt, forcing), {"open", "0"}, {"exit=0", "forced=1", "latest=1.3.0"},
+       opens("http://127.0.0.1/new.zip")},
+      {"a wrong signature", published(std::string(86, 'A') + "==", forcing), {"open", "0"}, refused, opens(fallback)},
+      {"an unsigned manifest", [&] { StartBackend(3600, 10, false); published(std::nullopt, forcing)(); },
+       {"open", "0"}, refused, opens(fallback)},
+      {"a manifest changed by one byte after signing", published("", std::string(forcing).replace(54, 1, "1")),
+       {"open", "0"}, refused, opens(fallback)},
+      // The backend ends the session at once, so the refresh token left on this machine is no good anywhere.
+      {"a sign-out", signedInWith(3600, 10), {"logout", "1000"}, {"exit=0", "session=0"}, [&] {
+         const json token = {{"refresh_token", json::parse(held)["refresh_token"]}};
+         auto refresh = httplib::Client("127.0.0.1", backend_->Port())
+                            .Post("/auth/v1/token?grant_type=refresh_token", {{"apikey", config::kPublicApiKey}},
+                                  token.dump(), "application/json");
+         EXPECT_EQ(refresh ? refresh->status : 0, 400);
+       }},
   };
   for (const Row& row : rows) {
     for (int run = 0; run < row.runs; ++run) {

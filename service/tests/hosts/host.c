@@ -1,6 +1,6 @@
 /* A plug-in host linked to liborvistelle-service.so; prints "key=value" lines. No mode: a fresh process's state.
    "report <ms>": starts the services, waits for the manifest and a held session's e-mail, then <ms> more; "dismiss
-   <ms>" puts the update off too. "exit|kill <µs>": returns (four threads reading state) or SIGKILLs itself that soon. */
+   <ms>" puts the update off too, "open <ms>" opens the download, "logout <ms>" signs out. "exit|kill <µs>": returns (four threads reading state) or SIGKILLs itself that soon. */
 #define _GNU_SOURCE
 #include <pthread.h>
 #include <signal.h>
@@ -44,6 +44,8 @@ int main(int argc, char** argv) {
   }
   if (argc > 1) Settle();
   if (strcmp(mode, "dismiss") == 0) FcpServiceUpdateDismissSoft();
+  if (strcmp(mode, "open") == 0) FcpServiceUpdateOpenDownload();
+  if (strcmp(mode, "logout") == 0) FcpServiceLogout();
   usleep(number * 1000);
   printf("version=%s\nheaders=%s\nstatus=%s\nerror=%d\nbusy=%d\nemail=%s\n", FcpServiceVersion(),
          ORVISTELLE_VERSION_STRING, FcpServiceStatus(), FcpServiceStatusIsError(), FcpServiceBusy(), FcpServiceEmail());

@@ -16,6 +16,7 @@
 #include "orvistelle/FcpI18n.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/Platform.h"
+#include "platform/WebUrl.h"
 
 namespace orvistelle::auth {
 
@@ -76,7 +77,7 @@ void EndBackendSession(const std::string& accessToken) {
 
 // Only well-formed http(s) addresses reach the browser.
 void OpenURLString(const std::string& url) {
-  if (IsValidURL(url)) platform::Seam<platform::Browser>::Get().Open(url);
+  if (platform::IsWebUrl(url)) platform::Seam<platform::Browser>::Get().Open(url);
 }
 
 }  // namespace

@@ -193,37 +193,6 @@ void StartCheck() {
   }
 }
 
-bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsHexDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-
-bool IsUrlCharacter(char c) {
-  return IsLetter(c) || IsDigit(c) || std::string_view("-._~:/?#[]@!$&'()*+,;=").find(c) != std::string_view::npos;
-}
-
-bool IsWebScheme(std::string_view scheme) {
-  std::string lower(scheme);
-  for (char& c : lower) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-  return lower == "http" || lower == "https";
-}
-
-// An absolute http(s) URL made only of the characters a URL may hold, with well-formed percent escapes. Anything
-// else, a manifest's "file:" or "javascript:" download included, is not handed to the browser.
-bool IsWellFormedURL(std::string_view url) {
-  size_t colon = url.find(':');
-  if (colon == std::string_view::npos || !IsWebScheme(url.substr(0, colon))) return false;
-  for (size_t i = colon + 1; i < url.size(); ++i) {
-    if (url[i] != '%') {
-      if (!IsUrlCharacter(url[i])) return false;
-    } else if (i + 2 >= url.size() || !IsHexDigit(url[i + 1]) || !IsHexDigit(url[i + 2])) {
-      return false;
-    } else {
-      i += 2;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 void SetUpdatePublicKeyForTesting(std::optional<std::string> publicKeyBase64) {
@@ -342,6 +311,6 @@ void FcpUpdateDismissSoft() {
 
 void FcpUpdateOpenDownload() {
   std::string url = FcpUpdateDownloadURL();
-  if (!IsWellFormedURL(url)) return;
+  if (!platform::IsWebUrl(url)) return;
   platform::Seam<platform::Browser>::Get().Open(url);
 }

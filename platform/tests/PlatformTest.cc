@@ -6,6 +6,7 @@
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
+#include "platform/WebUrl.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
 
@@ -47,6 +48,22 @@ TEST(InfoPlist, TakesTheStringsOfATopLevelDictionary) {
       <key>Version</key><string>1.2 &amp; &lt;b&gt;</string></dict></plist>)"),
             (std::map<std::string, std::string>{{"Id", "net.example"}, {"Version", "1.2 & <b>"}}));
   EXPECT_FALSE(ParseInfoPlist("<plist><dict><key>a</key><string>&bogus;</string></dict></plist>"));
+}
+
+// What may be requested or opened in the browser: an absolute web address with a host and nothing hiding in it.
+TEST(WebUrl, IsAnAbsoluteHttpAddressWithAHostAndNoUserInfo) {
+  const std::pair<const char*, std::optional<std::string>> rows[] = {
+      {"http://h", "h"}, {"HTTPS://Ex.Test:8443/p-_.~?q=%2F&r=[1]#f!$'()*+,;=@", "ex.test"},
+      {"http://[::1]:8/", "[::1]"}, {"http://a%2fb.test/%20", std::nullopt}, {"http:/x", std::nullopt},
+      {"http://", std::nullopt}, {"https://user:pw@host/x", std::nullopt}, {"https://@host/x", std::nullopt},
+      {"http:///x", std::nullopt}, {"http://:80/x", std::nullopt}, {"http://h:8x/", std::nullopt},
+      {"http://[::1/", std::nullopt}, {"https://h/a b", std::nullopt}, {"https://h/%2", std::nullopt},
+      {"https://h/%g0", std::nullopt}, {"https://ex\xc3\xa4mple.test", std::nullopt}, {"ftp://h/x", std::nullopt},
+      {"file:///etc/passwd", std::nullopt}, {"javascript:alert(1)//", std::nullopt}};
+  for (const auto& [url, host] : rows) {
+    EXPECT_EQ(WebUrlHost(url), host) << url;
+    EXPECT_EQ(IsWebUrl(url), host.has_value()) << url;
+  }
 }
 
 // A token or body never reaches another origin, a peer that stops talking, breaks off, speaks no HTTP or floods

@@ -139,7 +139,7 @@ TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
   const std::pair<std::string, std::string> downloads[] = {
       {own, own}, {plain, plain}, {"https://elsewhere.test/a.zip", zip}, {"https://127.0.0.1.elsewhere.test/", zip},
       {"https://127.0.0.1@elsewhere.test/a.zip", zip}, {"https://127.0.0.1/a b.zip", zip},
-      {"ftp://127.0.0.1/a.zip", zip}, {"file:///etc/passwd", zip}, {"javascript:alert(1)", zip}};
+      {"ftp://127.0.0.1/a.zip", zip}, {"http:/127.0.0.1/a.zip", zip}, {"file:///etc/passwd", zip}, {"javascript:alert(1)", zip}};
   for (const auto& [url, opened] : downloads) {
     server.Answer(200, Manifest({{"version", "1.2.0"}, {"download_macos", url}}));
     CheckLater();

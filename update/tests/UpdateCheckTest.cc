@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "orvistelle/FcpUpdate.h"
+#include "update/ManifestSignature.h"
 #include "update/UpdateTesting.h"
 #include "update/Version.h"
 #include "update/tests/TestSupport.h"
@@ -145,6 +146,41 @@ TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
     CheckLater();
     FcpUpdateOpenDownload();
     EXPECT_EQ(fakes.browser.Take(), std::vector<std::string>{opened}) << url;
+  }
+}
+
+// Written by tools/sign-manifest: a manifest, its signature and the key's public half.
+constexpr char kSigned[] = "{\"hosts\":{\"fcp\":{\"version\":\"1.3.0\"}}}\n";
+constexpr char kSignature[] = "pHLKbykxRkG6foLRD65TI5UWRuPfBfP4VxnwO4FFxkvrdpiW7j4Gde86CPDECKdYWCw7e12S0TGiw5wdGfbrBA==";
+constexpr char kKey[] = "McGWuzdt7rG6D5KwMaiSKmb7YzILQTFn6jjTwk/j8OA=";
+
+TEST(VerifyEd25519, TakesWhatTheReleaseToolWritesAndNothingElse) {
+  std::string altered = kSigned, flipped = kSignature;
+  altered[30] = '1';
+  flipped[10] = 'A';
+  const std::tuple<std::string, std::string, std::string, bool> rows[] = {
+      {kSigned, kSignature + std::string("\n"), kKey, true}, {altered, kSignature, kKey, false},
+      {kSigned, flipped, kKey, false}, {kSigned, kSignature, "11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo=", false},
+      {kSigned, std::string(kSignature).substr(0, 86), kKey, false}, {kSigned, kSignature, "", false},
+      {kSigned, "", kKey, false}};
+  for (const auto& [manifest, signature, key, good] : rows) {
+    EXPECT_EQ(VerifyEd25519(manifest, signature, key), good) << manifest << signature << key;
+  }
+}
+
+// With a key, nothing of a manifest is used unless its signature verifies; a bad one is logged and tried again at
+// the next check.
+TEST_F(UpdateCheck, OnlyAManifestSignedWithTheKeyIsUsed) {
+  SetUpdatePublicKeyForTesting(kKey);
+  server.Answer(200, kSigned);
+  const std::string bad = "[Orvistelle] update check: bad signature";
+  const std::tuple<int, std::string, std::string, std::string> rows[] = {
+      {404, "", "", bad}, {200, "", "", bad}, {200, std::string(86, 'A') + "==", "", bad},
+      {200, kSignature, "1.3.0", "[Orvistelle] update check host=fcp latest=1.3.0 force_below="}};
+  for (const auto& [status, signature, latest, log] : rows) {
+    server.AnswerSignature(status, signature);
+    CheckLater();
+    EXPECT_EQ(std::pair(FcpUpdateLatestVersion(), fakes.log.Take()), std::pair(latest, std::vector{log})) << signature;
   }
 }
 

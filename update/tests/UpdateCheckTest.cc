@@ -162,6 +162,7 @@ TEST(VerifyEd25519, TakesWhatTheReleaseToolWritesAndNothingElse) {
       {kSigned, kSignature + std::string("\n"), kKey, true}, {altered, kSignature, kKey, false},
       {kSigned, flipped, kKey, false}, {kSigned, kSignature, "11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo=", false},
       {kSigned, std::string(kSignature).substr(0, 86), kKey, false}, {kSigned, kSignature, "", false},
+      {kSigned, std::string(kSignature).substr(0, 86) + "AAAAAA", kKey, false},  // the signature, then more
       {kSigned, "", kKey, false}};
   for (const auto& [manifest, signature, key, good] : rows) {
     EXPECT_EQ(VerifyEd25519(manifest, signature, key), good) << manifest << signature << key;

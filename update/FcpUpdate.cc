@@ -36,7 +36,8 @@ std::string BuiltInDownloadBase() { return platform::DevBackendBase().value_or(c
 
 // Never destroyed: a check still in flight when the process exits may write into it.
 struct ModuleState {
-  std::mutex lock;  // guards the members down to softDismissUntil; accessors and a finishing check exclude each other
+  // Guards the members down to publicKeyForTesting; accessors and a finishing check exclude each other.
+  std::mutex lock;
   std::string downloadBase = BuiltInDownloadBase();
   std::string latest;
   std::string forceBelow;

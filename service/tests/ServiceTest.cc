@@ -57,7 +57,8 @@ class Service : public ::testing::Test {
     fs::permissions(dir_ / "xdg-open", fs::perms::owner_all);
     std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + backend_->BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
                                     "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string(),
-                                    "ORVISTELLE_DEV_UPDATE_KEY=" + backend_->UpdatePublicKey(), "PATH=" + dir_.string()};
+                                    "ORVISTELLE_DEV_UPDATE_KEY=" + backend_->UpdatePublicKey(),
+                                    "PATH=" + dir_.string()};
     if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
     // A host may exit at any moment, while the library is starting one of its detached threads.
     env.push_back("TSAN_OPTIONS=report_thread_leaks=0:" + std::string(std::getenv("TSAN_OPTIONS") ?: ""));

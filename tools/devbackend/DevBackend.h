@@ -1,5 +1,6 @@
-// A stand-in for the product's servers on loopback: auth (refresh-token grant, current user, sign-out), the sign-in relay
-// table, the plug-in heartbeat, the update manifest, its signature and the download, and the website and guide pages the app opens.
+// A stand-in for the product's servers on loopback: auth (refresh-token grant, current user, sign-out), the sign-in
+// relay table, the plug-in heartbeat, the update manifest, its signature and the download, and the website and guide
+// pages the app opens.
 // It speaks the dialect of the hosted services, so the client needs no development mode of its own.
 #pragma once
 

@@ -140,7 +140,8 @@ TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
   const std::pair<std::string, std::string> downloads[] = {
       {own, own}, {plain, plain}, {"https://elsewhere.test/a.zip", zip}, {"https://127.0.0.1.elsewhere.test/", zip},
       {"https://127.0.0.1@elsewhere.test/a.zip", zip}, {"https://127.0.0.1/a b.zip", zip},
-      {"ftp://127.0.0.1/a.zip", zip}, {"http:/127.0.0.1/a.zip", zip}, {"file:///etc/passwd", zip}, {"javascript:alert(1)", zip}};
+      {"ftp://127.0.0.1/a.zip", zip}, {"http:/127.0.0.1/a.zip", zip}, {"file:///etc/passwd", zip},
+      {"javascript:alert(1)", zip}};
   for (const auto& [url, opened] : downloads) {
     server.Answer(200, Manifest({{"version", "1.2.0"}, {"download_macos", url}}));
     CheckLater();
@@ -151,7 +152,8 @@ TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
 
 // Written by tools/sign-manifest: a manifest, its signature and the key's public half.
 constexpr char kSigned[] = "{\"hosts\":{\"fcp\":{\"version\":\"1.3.0\"}}}\n";
-constexpr char kSignature[] = "pHLKbykxRkG6foLRD65TI5UWRuPfBfP4VxnwO4FFxkvrdpiW7j4Gde86CPDECKdYWCw7e12S0TGiw5wdGfbrBA==";
+constexpr char kSignature[] =
+    "pHLKbykxRkG6foLRD65TI5UWRuPfBfP4VxnwO4FFxkvrdpiW7j4Gde86CPDECKdYWCw7e12S0TGiw5wdGfbrBA==";
 constexpr char kKey[] = "McGWuzdt7rG6D5KwMaiSKmb7YzILQTFn6jjTwk/j8OA=";
 
 TEST(VerifyEd25519, TakesWhatTheReleaseToolWritesAndNothingElse) {

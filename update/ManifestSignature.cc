@@ -1,8 +1,10 @@
 #include "update/ManifestSignature.h"
 
 #include <dlfcn.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -16,6 +18,7 @@ constexpr size_t kSignatureBytes = 64;
 // The few libcrypto functions the check needs, looked up once. Linking libcrypto would load it (and its relocations)
 // in every process that loads the library, where most never verify anything.
 struct Crypto {
+  decltype(&OPENSSL_init_crypto) init = nullptr;
   decltype(&EVP_DecodeBlock) decodeBlock = nullptr;
   decltype(&EVP_PKEY_new_raw_public_key) newRawPublicKey = nullptr;
   decltype(&EVP_PKEY_free) freeKey = nullptr;
@@ -31,24 +34,54 @@ bool Bind(void* library, const char* name, Function& function) {
   return function != nullptr;
 }
 
-// Never unloaded: another thread may be verifying while the process exits.
-const Crypto* LoadCrypto() {
-  static std::once_flag once;
-  static std::optional<Crypto> loaded;
-  std::call_once(once, [] {
-    void* library = dlopen("libcrypto.so.3", RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) return;
-    Crypto crypto;
-    if (Bind(library, "EVP_DecodeBlock", crypto.decodeBlock) &&
-        Bind(library, "EVP_PKEY_new_raw_public_key", crypto.newRawPublicKey) &&
-        Bind(library, "EVP_PKEY_free", crypto.freeKey) && Bind(library, "EVP_MD_CTX_new", crypto.newContext) &&
-        Bind(library, "EVP_MD_CTX_free", crypto.freeContext) &&
-        Bind(library, "EVP_DigestVerifyInit", crypto.verifyInit) &&
-        Bind(library, "EVP_DigestVerify", crypto.verify)) {
-      loaded = crypto;
-    }
-  });
-  return loaded ? &*loaded : nullptr;
+std::optional<Crypto> LoadCrypto() {
+  void* library = dlopen("libcrypto.so.3", RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) return std::nullopt;
+  Crypto crypto;
+  bool bound = Bind(library, "OPENSSL_init_crypto", crypto.init) &&
+               Bind(library, "EVP_DecodeBlock", crypto.decodeBlock) &&
+               Bind(library, "EVP_PKEY_new_raw_public_key", crypto.newRawPublicKey) &&
+               Bind(library, "EVP_PKEY_free", crypto.freeKey) && Bind(library, "EVP_MD_CTX_new", crypto.newContext) &&
+               Bind(library, "EVP_MD_CTX_free", crypto.freeContext) &&
+               Bind(library, "EVP_DigestVerifyInit", crypto.verifyInit) &&
+               Bind(library, "EVP_DigestVerify", crypto.verify);
+  if (!bound || crypto.init(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1) return std::nullopt;
+  return crypto;
+}
+
+// libcrypto frees its global state when the process exits, and a verification on the check's thread would then
+// crash the exiting host. So it is asked not to (which holds when this is the first to start it); an exit handler,
+// which runs before one that libcrypto registered earlier, waits for a running verification and stops later ones;
+// and a check that begins after libcrypto was stopped finds out by asking it. Never destroyed: the exit handler and
+// the check's thread may use it at any time.
+struct Verifier {
+  std::mutex mutex;
+  bool loadTried = false;
+  bool exiting = false;
+  std::optional<Crypto> crypto;
+};
+
+Verifier& TheVerifier() {
+  static auto* verifier = new Verifier;
+  return *verifier;
+}
+
+void StopVerifying() {
+  std::lock_guard lock(TheVerifier().mutex);
+  TheVerifier().exiting = true;
+}
+
+// Never unloaded once loaded: the process may exit at any moment.
+const Crypto* CryptoLocked() {
+  Verifier& verifier = TheVerifier();
+  if (!verifier.loadTried) {
+    verifier.loadTried = true;
+    verifier.crypto = LoadCrypto();
+    // Without the handler a verification could outlive libcrypto's state, so none is made.
+    if (verifier.crypto && std::atexit(StopVerifying) != 0) verifier.crypto.reset();
+  }
+  bool usable = !verifier.exiting && verifier.crypto && verifier.crypto->init(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+  return usable ? &*verifier.crypto : nullptr;
 }
 
 // Exactly `size` bytes in canonical padded base64, or nothing.
@@ -91,7 +124,8 @@ const char* SignatureStateName(SignatureState state) {
 }
 
 bool VerifyEd25519(std::string_view message, std::string_view signatureBase64, std::string_view publicKeyBase64) {
-  const Crypto* crypto = LoadCrypto();
+  std::lock_guard lock(TheVerifier().mutex);
+  const Crypto* crypto = CryptoLocked();
   if (crypto == nullptr) return false;
   std::optional<std::string> signature = DecodeBase64(*crypto, signatureBase64, kSignatureBytes);
   std::optional<std::string> key = DecodeBase64(*crypto, publicKeyBase64, kPublicKeyBytes);

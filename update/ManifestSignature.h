@@ -20,7 +20,7 @@ const char* SignatureStateName(SignatureState state);
 
 // Whether `signatureBase64` (64 bytes; trailing white space allowed) is the signature of `message` by the key in
 // `publicKeyBase64` (32 bytes). Loads libcrypto on first use, on the calling thread, so that a process which never
-// checks an update does not load it; false also when it cannot be loaded.
+// checks an update does not load it; false also when it cannot be loaded, and once the process is exiting.
 bool VerifyEd25519(std::string_view message, std::string_view signatureBase64, std::string_view publicKeyBase64);
 
 }  // namespace orvistelle::update

@@ -38,6 +38,11 @@ long long AllocatedBytes() {
 
 class Service : public ::testing::Test {
  protected:
+  void SetUp() override {
+    std::ofstream(dir_ / "xdg-open") << "#!/bin/sh\necho \"$1\" >> '" << opened_.string() << "'\n";
+    fs::permissions(dir_ / "xdg-open", fs::perms::owner_all);
+  }
+
   // `tokenSeconds` is the access tokens' lifetime, `reuseSeconds` how long a spent refresh token still works.
   void StartBackend(int tokenSeconds = 3600, double reuseSeconds = 10, bool signs = true) {
     std::ofstream(dir_ / "latest.json") << R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"1.1.0"}}})";
@@ -53,8 +58,6 @@ class Service : public ::testing::Test {
   // environment reaches the host but the thread checker's options; manifests must carry the backend's signature,
   // and the browser it opens is a script that notes the address in opened_.
   std::string Host(std::vector<std::string> argv, std::optional<int> timerMs, const fs::path& out) const {
-    std::ofstream(dir_ / "xdg-open") << "#!/bin/sh\necho \"$1\" >> '" << opened_.string() << "'\n";
-    fs::permissions(dir_ / "xdg-open", fs::perms::owner_all);
     std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + backend_->BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
                                     "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string(),
                                     "ORVISTELLE_DEV_UPDATE_KEY=" + backend_->UpdatePublicKey(),

@@ -234,7 +234,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"a manifest changed by one byte after signing", published("", std::string(forcing).replace(54, 1, "1")),
        {"open", "0"}, refused, opens(fallback)},
       // The backend ends the session at once, so the refresh token left on this machine is no good anywhere.
-      {"a sign-out", signedInWith(3600, 10), {"logout", "1000"}, {"exit=0", "session=0"}, [&] {
+      {"a sign-out", signedInWith(3600, 10), {"logout", "1000"}, {"exit=0", "status=Signed out", "session=0"}, [&] {
          const json token = {{"refresh_token", json::parse(held)["refresh_token"]}};
          auto refresh = httplib::Client("127.0.0.1", backend_->Port())
                             .Post("/auth/v1/token?grant_type=refresh_token", {{"apikey", config::kPublicApiKey}},

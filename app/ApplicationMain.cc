@@ -5,6 +5,7 @@
 #include <QTimer>
 #include <iostream>
 
+#include "app/Setup.h"
 #include "app/SingleInstance.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
@@ -53,6 +54,7 @@ int ApplicationMain(int argc, char** argv) {
   QApplication application(argc, argv);
   SingleInstance instance(InstanceSocketPath());
   if (instance.RaiseRunningInstance()) return 0;
+  shell::MoveEarlierFiles();
   const std::string resources = platform::Seam<platform::Bundle>::Get().Main().resourcePath;
   QApplication::setWindowIcon(QIcon(QString::fromStdString(resources) + "/AppIcon.png"));
   QWidget window;

@@ -1,10 +1,12 @@
 #include "app/Probes.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <vector>
 
 #include "orvistelle/BuildConfig.h"
 #include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::shell {
 namespace {
@@ -57,7 +59,7 @@ std::optional<std::string> XpcPluginPath() {
 }
 
 std::string MotionTemplatePath() {
-  return (fs::path(platform::Seam<platform::Home>::Get().Directory()) / kInstalledTemplate).string();
+  return (fs::path(platform::VideosFolder(std::getenv)) / kInstalledTemplate).string();
 }
 
 std::string BundledTemplatePath() {

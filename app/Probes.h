@@ -8,7 +8,9 @@
 namespace orvistelle::shell {
 
 inline constexpr char kPluginBundleName[] = "OrvistelleXPC.pluginkit";
-inline constexpr char kInstalledTemplate[] = "Movies/Motion Templates.localized/Effects.localized/Orvistelle.localized";
+// Under the user's videos folder; an earlier version installed it under "Movies" in the home directory.
+inline constexpr char kInstalledTemplate[] = "Motion Templates.localized/Effects.localized/Orvistelle.localized";
+inline constexpr char kEarlierVideosFolder[] = "Movies";
 inline constexpr char kBundledTemplate[] = "MotionTemplates/Effects/Orvistelle.localized";
 inline constexpr char kDevelopmentTemplate[] = "templates/Effects/Orvistelle.localized";
 inline constexpr char kFallbackVersion[] = "0.1.0";
@@ -18,7 +20,7 @@ std::string BundleVersion();
 
 // The plug-in bundle inside the built-in PlugIns folder; nothing when the bundle has no such folder.
 std::optional<std::string> XpcPluginPath();
-// Under the home directory; never empty, need not exist.
+// Under the user's videos folder (platform::VideosFolder); never empty, need not exist.
 std::string MotionTemplatePath();
 // The first template folder that exists among: the resources folder's, the plug-in bundle's, and a "templates"
 // folder in the executable's folder or one of its seven nearest ancestors. When none exists, the first of those

@@ -1,9 +1,12 @@
 #include "app/Setup.h"
 
+#include <filesystem>
+
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::shell {
 namespace {
@@ -100,6 +103,12 @@ Hint SetupOutcomeHint(const SetupResult& result, bool allReadyNow) {
   if (allReadyNow) return {Tone::Quiet, FcpT("shell.actionDone")};
   // Registration went through but the database does not list the bundle yet.
   return {Tone::Warning, FcpT("shell.registerPending")};
+}
+
+void MoveEarlierFiles() {
+  platform::MoveEarlierStateFiles();
+  const std::string earlier = (std::filesystem::path(kEarlierVideosFolder) / kInstalledTemplate).string();
+  platform::MoveFromEarlierPlace(platform::Seam<platform::Home>::Get().Directory(), earlier, MotionTemplatePath());
 }
 
 void NoteLaunch(std::string_view program) {

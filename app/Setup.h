@@ -66,6 +66,10 @@ struct SetupResult {
 // The second half: copies the template when wanted and the registration went through.
 SetupResult CompleteSetup(const PendingSetup& pending);
 
+// Moves what an earlier version kept where a Mac keeps it, the state files and the installed template, to where this
+// version looks for them (platform::MoveFromEarlierPlace). Run before anything reads them.
+void MoveEarlierFiles();
+
 // The support log's first line of a run: the program, the app's and the library's versions and the bundle's path.
 void NoteLaunch(std::string_view program);
 

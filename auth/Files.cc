@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -15,19 +15,12 @@ constexpr std::string_view kWhitespace = " \t\n\r\v\f";
 
 }  // namespace
 
-std::string SupportDir() {
-  platform::Home& home = platform::Seam<platform::Home>::Get();
-  std::string base = home.FromUserDatabase();
-  if (base.empty()) base = home.Directory();
-  return (fs::path(base) / "Library/Application Support/Orvistelle").string();
-}
-
 void EnsureDir() {
   std::error_code ignored;
-  fs::create_directories(SupportDir(), ignored);
+  fs::create_directories(platform::SupportFolder(), ignored);
 }
 
-std::string SupportFile(std::string_view name) { return (fs::path(SupportDir()) / name).string(); }
+std::string SupportFile(std::string_view name) { return (fs::path(platform::SupportFolder()) / name).string(); }
 
 void RemoveFile(const std::string& path) { ::unlink(path.c_str()); }
 

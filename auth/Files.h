@@ -1,4 +1,4 @@
-// The per-user support directory and the small state files in it.
+// The per-user support folder and the small state files in it.
 #pragma once
 
 #include <string>
@@ -8,12 +8,10 @@
 
 namespace orvistelle::auth {
 
-// "Library/Application Support/Orvistelle" under the home directory that the user database records, or under
-// the platform's home directory when the database has none. Not created here.
-std::string SupportDir();
-// Creates the support directory and its parents; failures are left for the following write to meet.
+// Creates the support folder (platform::SupportFolder) and its parents; failures are left for the following write to
+// meet.
 void EnsureDir();
-// The file name joined to the support directory.
+// The file name joined to the support folder.
 std::string SupportFile(std::string_view name);
 
 // Every state file is read and replaced whole through these, never through a stream.

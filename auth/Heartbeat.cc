@@ -39,7 +39,7 @@ std::string HeartbeatBody(const std::string& installId) {
   return Dump({{"product", "vask"},
                {"installId", installId},
                {"version", HeartbeatVersion()},
-               {"platform", "macos"},
+               {"platform", std::string(platform::kPlatformName)},
                {"host", "fcp"}});
 }
 

@@ -17,6 +17,7 @@
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -114,6 +115,7 @@ void StartMaintenanceOnce() {
     if (std::atexit(WaitForRefreshUnderWay) != 0) platform::Log("could not wait for refreshes at exit");
   });
   FcpI18nApplyHostLocale();
+  platform::MoveEarlierStateFiles();
   LoadSession();
   if (!FcpAuthHasSession()) SetStatusKey("auth.notSignedIn", false);
   AuthSettings settings = CurrentSettings();

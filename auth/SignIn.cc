@@ -70,7 +70,8 @@ void PollRelay(const std::string& flowId, uint32_t generation) {
 // has forgotten the session already, so an answer other than success changes nothing: it is only noted.
 void EndBackendSession(const std::string& accessToken) {
   int64_t status = 0;
-  Http("POST", CurrentSettings().authBaseURL + "/auth/v1/logout?scope=local", accessToken, std::nullopt, "", &status);
+  // An empty body rather than none: a POST without Content-Length is refused by some servers.
+  Http("POST", CurrentSettings().authBaseURL + "/auth/v1/logout?scope=local", accessToken, "", "", &status);
   platform::Diagnose(status == 204 || status == 200 ? "sign-out: the backend ended the session"
                                                     : "sign-out: the backend answered " + std::to_string(status));
 }

@@ -12,8 +12,10 @@ information fresh.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The registration's fallback tool and the browser hand-off.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "desktop-file-utils, xdg-utils")
+# Opened only when the first request is made, so the shared-library scan cannot see them.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libcurl4")
+# The registration's fallback tool, the browser hand-off and the desktop's proxy settings.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "desktop-file-utils, xdg-utils, libproxy1v5")
 set(CPACK_STRIP_FILES ON)
 
 # What Debian asks of every package beside its files: the copyright notice and a changelog, compressed reproducibly.

@@ -1,41 +1,28 @@
 #include "platform/HttpDiagnostics.h"
 
-#include <memory>
-
 #include "platform/DiagnosticsLog.h"
 
 namespace orvistelle::platform {
 namespace {
 
-struct UrlDeleter {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-  void operator()(char* part) const { curl_free(part); }
-};
-
-std::string UrlPart(CURLU* url, CURLUPart which) {
-  char* raw = nullptr;
-  if (curl_url_get(url, which, &raw, 0) != CURLUE_OK) return {};
-  std::unique_ptr<char, UrlDeleter> part(raw);
-  return part.get();
-}
-
-std::string HostAndPath(const std::string& address) {
-  std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
-  if (!url || curl_url_set(url.get(), CURLUPART_URL, address.c_str(), 0) != CURLUE_OK) return "(unparsable URL)";
-  std::string port = UrlPart(url.get(), CURLUPART_PORT);
-  return UrlPart(url.get(), CURLUPART_HOST) + (port.empty() ? "" : ":" + port) + UrlPart(url.get(), CURLUPART_PATH);
+std::string HostAndPath(const CurlLibrary& curl, const std::string& address) {
+  CurlUrl url(curl, address);
+  if (!url.Parsed()) return "(unparsable URL)";
+  std::optional<std::string> port = url.Part(CURLUPART_PORT);
+  return url.Part(CURLUPART_HOST).value_or("") + (port ? ":" + *port : "") + url.Part(CURLUPART_PATH).value_or("");
 }
 
 }  // namespace
 
-void NoteHttpExchange(CURL* curl, const HttpRequest& request, CURLcode result) {
+void NoteHttpExchange(const CurlLibrary& curl, CURL* handle, const HttpRequest& request, CURLcode result,
+                      const std::string& route) {
   long status = 0;
   curl_off_t micros = 0;
-  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-  curl_easy_getinfo(curl, CURLINFO_TOTAL_TIME_T, &micros);
-  std::string line = "http " + request.method + " " + HostAndPath(request.url) + " -> " + std::to_string(status);
-  if (result != CURLE_OK) line += std::string(" (") + curl_easy_strerror(result) + ")";
-  line += " in " + std::to_string(micros / 1000) + " ms";
+  curl.easyGetinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+  curl.easyGetinfo(handle, CURLINFO_TOTAL_TIME_T, &micros);
+  std::string line = "http " + request.method + " " + HostAndPath(curl, request.url) + " -> " + std::to_string(status);
+  if (result != CURLE_OK) line += std::string(" (") + curl.easyStrerror(result) + ")";
+  line += " in " + std::to_string(micros / 1000) + " ms, " + route;
   Diagnose(line);
 }
 

@@ -1,53 +1,19 @@
 #include "platform/HttpTransport.h"
 
-#include <curl/curl.h>
 #include <sys/utsname.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <filesystem>
-#include <memory>
-#include <mutex>
 
 #include "orvistelle/BuildConfig.h"
+#include "platform/CurlLibrary.h"
 #include "platform/HttpDiagnostics.h"
 #include "platform/Platform.h"
+#include "platform/SystemProxy.h"
 
 namespace orvistelle::platform {
 namespace {
-
-// libcurl's global set-up is not thread-safe, so it runs while the library loads, before any thread exists.
-// The share handle lets every request reuse the pool's connections and DNS answers.
-class CurlRuntime {
- public:
-  CurlRuntime() {
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-    share_ = curl_share_init();
-    curl_share_setopt(share_, CURLSHOPT_LOCKFUNC, &CurlRuntime::Lock);
-    curl_share_setopt(share_, CURLSHOPT_UNLOCKFUNC, &CurlRuntime::Unlock);
-    curl_share_setopt(share_, CURLSHOPT_USERDATA, this);
-    curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
-    curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
-    curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-  }
-  // Never torn down: detached request threads may still be using the pool while the process exits.
-  CURLSH* share() const { return share_; }
-
- private:
-  static void Lock(CURL*, curl_lock_data data, curl_lock_access, void* self) {
-    static_cast<CurlRuntime*>(self)->locks_[static_cast<size_t>(data) % kLocks].lock();
-  }
-  static void Unlock(CURL*, curl_lock_data data, void* self) {
-    static_cast<CurlRuntime*>(self)->locks_[static_cast<size_t>(data) % kLocks].unlock();
-  }
-
-  static constexpr size_t kLocks = CURL_LOCK_DATA_LAST;
-  CURLSH* share_ = nullptr;
-  std::array<std::mutex, kLocks> locks_;
-};
-
-CurlRuntime* const gRuntime = new CurlRuntime();
 
 using SteadyClock = std::chrono::steady_clock;
 
@@ -90,54 +56,80 @@ int AbortWhenStalled(void* userdata, curl_off_t, curl_off_t received, curl_off_t
   return now >= transfer->deadline || now - transfer->lastActivity >= transfer->idle ? 1 : 0;
 }
 
-struct CurlDeleter {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+struct EasyHandle {
+  explicit EasyHandle(const CurlLibrary& library) : curl(library), handle(library.easyInit()) {}
+  ~EasyHandle() { curl.easyCleanup(handle); }
+  EasyHandle(const EasyHandle&) = delete;
+  EasyHandle& operator=(const EasyHandle&) = delete;
+
+  const CurlLibrary& curl;
+  CURL* handle;
 };
 
-using HeaderList = std::unique_ptr<curl_slist, CurlDeleter>;
+class HeaderList {
+ public:
+  explicit HeaderList(const CurlLibrary& curl) : curl_(curl) {}
+  ~HeaderList() { curl_.slistFreeAll(head_); }
+  HeaderList(const HeaderList&) = delete;
+  HeaderList& operator=(const HeaderList&) = delete;
 
-// curl_slist_append returns the list's head, which is the same node once the list has one.
-bool Append(HeaderList& list, const char* header) {
-  curl_slist* head = curl_slist_append(list.get(), header);
-  if (head == nullptr) return false;
-  if (head != list.get()) list.reset(head);
-  return true;
-}
+  // curl_slist_append returns the list's head, or nothing when it could not append.
+  bool Append(const char* header) {
+    curl_slist* head = curl_.slistAppend(head_, header);
+    if (head == nullptr) return false;
+    head_ = head;
+    return true;
+  }
+  curl_slist* get() const { return head_; }
 
-void SetMethodAndBody(CURL* curl, const HttpRequest& request) {
+ private:
+  const CurlLibrary& curl_;
+  curl_slist* head_ = nullptr;
+};
+
+void SetMethodAndBody(const EasyHandle& easy, const HttpRequest& request) {
+  const auto setopt = easy.curl.easySetopt;
   if (request.body) {
-    curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
-    curl_easy_setopt(curl, CURLOPT_POSTFIELDS, request.body->data());
+    setopt(easy.handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
+    setopt(easy.handle, CURLOPT_POSTFIELDS, request.body->data());
   }
   if (request.method == "GET" && !request.body) {
-    curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
+    setopt(easy.handle, CURLOPT_HTTPGET, 1L);
   } else if (request.method == "HEAD") {
-    curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
+    setopt(easy.handle, CURLOPT_NOBODY, 1L);
   } else if (request.method != "POST" || !request.body) {
-    curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    setopt(easy.handle, CURLOPT_CUSTOMREQUEST, request.method.c_str());
   }
 }
 
-void SetLimits(CURL* curl, const HttpRequest& request, Transfer& transfer) {
+void SetLimits(const EasyHandle& easy, const HttpRequest& request, Transfer& transfer) {
+  const auto setopt = easy.curl.easySetopt;
   auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(transfer.deadline - SteadyClock::now());
-  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(std::max(remaining.count(), 1L)));
-  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::min(request.idle, remaining).count()));
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &AbortWhenStalled);
-  curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &transfer);
-  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &NoteHeaderLine);
-  curl_easy_setopt(curl, CURLOPT_HEADERDATA, &transfer);
-  curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaxResponseBytes));
+  setopt(easy.handle, CURLOPT_TIMEOUT_MS, static_cast<long>(std::max(remaining.count(), 1L)));
+  setopt(easy.handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::min(request.idle, remaining).count()));
+  setopt(easy.handle, CURLOPT_NOSIGNAL, 1L);
+  setopt(easy.handle, CURLOPT_NOPROGRESS, 0L);
+  setopt(easy.handle, CURLOPT_XFERINFOFUNCTION, &AbortWhenStalled);
+  setopt(easy.handle, CURLOPT_XFERINFODATA, &transfer);
+  setopt(easy.handle, CURLOPT_HEADERFUNCTION, &NoteHeaderLine);
+  setopt(easy.handle, CURLOPT_HEADERDATA, &transfer);
+  setopt(easy.handle, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaxResponseBytes));
 }
 
 // Redirects are never followed here: HttpSend decides on each one itself.
-void SetSecurity(CURL* curl) {
-  curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
-  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
+void SetSecurity(const EasyHandle& easy) {
+  const auto setopt = easy.curl.easySetopt;
+  setopt(easy.handle, CURLOPT_FOLLOWLOCATION, 0L);
+  setopt(easy.handle, CURLOPT_PROTOCOLS_STR, "http,https");
+  setopt(easy.handle, CURLOPT_SSL_VERIFYPEER, 1L);
+  setopt(easy.handle, CURLOPT_SSL_VERIFYHOST, 2L);
+}
+
+// With the desktop's choice made, libcurl must not second-guess it from the environment's no_proxy.
+void SetProxy(const EasyHandle& easy, const ProxyRoute& route) {
+  if (!route.proxy) return;
+  easy.curl.easySetopt(easy.handle, CURLOPT_PROXY, route.proxy->c_str());
+  easy.curl.easySetopt(easy.handle, CURLOPT_NOPROXY, "");
 }
 
 struct Exchange {
@@ -145,41 +137,51 @@ struct Exchange {
   std::optional<std::string> redirect;  // the absolute target of a redirect answer
 };
 
-Exchange Perform(const HttpRequest& request, const std::string& url, SteadyClock::time_point deadline) {
-  std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
-  if (!curl || SteadyClock::now() >= deadline) return {};
+Exchange Perform(const CurlLibrary& curl, const HttpRequest& request, const std::string& url,
+                 SteadyClock::time_point deadline) {
+  ProxyRoute route = RouteFor(curl, url);
+  Exchange exchange;
+  exchange.response.route = route.name;
+  EasyHandle easy(curl);
+  if (easy.handle == nullptr || SteadyClock::now() >= deadline) return exchange;
   Transfer transfer;
   transfer.deadline = deadline;
   transfer.idle = request.idle;
 
-  HeaderList headers;
+  HeaderList headers(curl);
   for (const std::string& header : request.headers) {
-    if (!Append(headers, header.c_str())) return {};
+    if (!headers.Append(header.c_str())) return exchange;
   }
   // libcurl would otherwise ask the server for a "100 Continue" before sending larger bodies.
-  if (request.body && !Append(headers, "Expect:")) return {};
+  if (request.body && !headers.Append("Expect:")) return exchange;
   std::string userAgent = UserAgent();
 
-  curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
-  curl_easy_setopt(curl.get(), CURLOPT_SHARE, gRuntime->share());
-  curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-  curl_easy_setopt(curl.get(), CURLOPT_USERAGENT, userAgent.c_str());
-  curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, &CollectBody);
-  curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
-  SetMethodAndBody(curl.get(), request);
-  SetLimits(curl.get(), request, transfer);
-  SetSecurity(curl.get());
+  curl.easySetopt(easy.handle, CURLOPT_URL, url.c_str());
+  curl.easySetopt(easy.handle, CURLOPT_SHARE, curl.share);
+  curl.easySetopt(easy.handle, CURLOPT_HTTPHEADER, headers.get());
+  curl.easySetopt(easy.handle, CURLOPT_USERAGENT, userAgent.c_str());
+  curl.easySetopt(easy.handle, CURLOPT_WRITEFUNCTION, &CollectBody);
+  curl.easySetopt(easy.handle, CURLOPT_WRITEDATA, &transfer);
+  SetMethodAndBody(easy, request);
+  SetLimits(easy, request, transfer);
+  SetSecurity(easy);
+  SetProxy(easy, route);
 
-  CURLcode result = curl_easy_perform(curl.get());
-  NoteHttpExchange(curl.get(), request, result);
-  if (result != CURLE_OK || transfer.tooLarge) return {};
+  CURLcode result = curl.easyPerform(easy.handle);
+  NoteHttpExchange(curl, easy.handle, request, result, route.name);
+  if (result != CURLE_OK || transfer.tooLarge) return exchange;
   long status = 0;
-  curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
-  if (status == 0) return {};
+  curl.easyGetinfo(easy.handle, CURLINFO_RESPONSE_CODE, &status);
+  if (status == 0) return exchange;
   char* redirect = nullptr;
-  curl_easy_getinfo(curl.get(), CURLINFO_REDIRECT_URL, &redirect);
-  if (redirect != nullptr) return {{}, std::string(redirect)};
-  return {{status, std::move(transfer.body)}, std::nullopt};
+  curl.easyGetinfo(easy.handle, CURLINFO_REDIRECT_URL, &redirect);
+  if (redirect != nullptr) {
+    exchange.redirect = redirect;
+  } else {
+    exchange.response.status = status;
+    exchange.response.body = std::move(transfer.body);
+  }
+  return exchange;
 }
 
 std::string Lowercase(std::string text) {
@@ -187,27 +189,14 @@ std::string Lowercase(std::string text) {
   return text;
 }
 
-struct UrlDeleter {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-
-std::optional<std::string> UrlPart(CURLU* url, CURLUPart part, unsigned int flags) {
-  char* text = nullptr;
-  if (curl_url_get(url, part, &text, flags) != CURLUE_OK) return std::nullopt;
-  std::string value(text);
-  curl_free(text);
-  return Lowercase(std::move(value));
-}
-
 // "scheme://host:port", or nothing for a URL that does not parse.
-std::optional<std::string> Origin(std::string_view text) {
-  std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
-  if (!url || curl_url_set(url.get(), CURLUPART_URL, std::string(text).c_str(), 0) != CURLUE_OK) return std::nullopt;
-  std::optional<std::string> scheme = UrlPart(url.get(), CURLUPART_SCHEME, 0);
-  std::optional<std::string> host = UrlPart(url.get(), CURLUPART_HOST, 0);
-  std::optional<std::string> port = UrlPart(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
+std::optional<std::string> Origin(const CurlLibrary& curl, std::string_view text) {
+  CurlUrl url(curl, std::string(text));
+  std::optional<std::string> scheme = url.Part(CURLUPART_SCHEME);
+  std::optional<std::string> host = url.Part(CURLUPART_HOST);
+  std::optional<std::string> port = url.Part(CURLUPART_PORT, CURLU_DEFAULT_PORT);
   if (!scheme || !host || !port) return std::nullopt;
-  return *scheme + "://" + *host + ":" + *port;
+  return Lowercase(*scheme + "://" + *host + ":" + *port);
 }
 
 // A product token as HTTP allows it: anything but letters, digits and the token punctuation is percent-escaped.
@@ -234,11 +223,15 @@ std::string OperatingSystemName() {
 
 HttpResponse HttpSend(const HttpRequest& request) {
   SteadyClock::time_point deadline = SteadyClock::now() + request.wait;
+  const CurlLibrary* curl = Curl();
+  if (curl == nullptr) return {};
   std::string url = request.url;
   for (int hop = 0;; ++hop) {
-    Exchange exchange = Perform(request, url, deadline);
+    Exchange exchange = Perform(*curl, request, url, deadline);
     if (!exchange.redirect) return std::move(exchange.response);
-    if (hop >= request.sameOriginRedirects || !SameOrigin(url, *exchange.redirect)) return {};
+    if (hop >= request.sameOriginRedirects || !SameOrigin(url, *exchange.redirect)) {
+      return {0, std::nullopt, std::move(exchange.response.route)};
+    }
     url = std::move(*exchange.redirect);
   }
 }
@@ -254,8 +247,10 @@ std::string UserAgent() {
 }
 
 bool SameOrigin(std::string_view a, std::string_view b) {
-  std::optional<std::string> first = Origin(a);
-  return first && first == Origin(b);
+  const CurlLibrary* curl = Curl();
+  if (curl == nullptr) return false;
+  std::optional<std::string> first = Origin(*curl, a);
+  return first && first == Origin(*curl, b);
 }
 
 }  // namespace orvistelle::platform

@@ -1,4 +1,5 @@
 #include "platform/DiagnosticsLog.h"
+#include "platform/LogText.h"
 #include "platform/Platform.h"
 
 #include <cstdlib>
@@ -8,7 +9,7 @@ namespace orvistelle::platform {
 
 void Log(std::string_view message) {
   std::string line = "[Orvistelle] ";
-  line += message;
+  line += EscapeLogText(message);
   Seam<SystemLog>::Get().Write(line);
   Diagnose(message);
 }

@@ -20,6 +20,12 @@
 
 namespace orvistelle::platform {
 
+// The platform this build runs on, as the product's servers name it: "linux" here, "macos" in a Mac build. The
+// heartbeat reports it, and the update check takes the download it names.
+extern const char kPlatformName[];
+// The file type, dot included, of this platform's package on the download server.
+extern const char kPackageExtension[];
+
 // Wall-clock time in seconds since 1970, the unit every state file and rule is written in.
 class Clock {
  public:
@@ -120,7 +126,8 @@ class ScopedSeam {
   ScopedSeam& operator=(const ScopedSeam&) = delete;
 };
 
-// Writes "[Orvistelle] " followed by the message to the system log.
+// Writes "[Orvistelle] " and the message, escaped by EscapeLogText (platform/LogText.h), to the system log, and the
+// message to the support log.
 void Log(std::string_view message);
 
 // The first preferred-language tag that a POSIX locale environment names: the first element of LANGUAGE, else

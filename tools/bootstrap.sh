@@ -9,10 +9,11 @@ packages=(
   python3  # tools/mutate
   openssl  # tools/sign-manifest
   # libraries
-  qt6-base-dev qt6-svg-dev libgl-dev libcurl4-openssl-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
+  qt6-base-dev qt6-svg-dev libgl-dev libcurl4-openssl-dev libproxy-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
   libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev
   # running the window and the tests headless
   xvfb xauth x11-utils fonts-noto-cjk fonts-dejavu-core xdg-utils desktop-file-utils
+  libproxy1-plugin-gsettings gsettings-desktop-schemas  # the transport's test of GNOME's proxy settings
   # end-to-end sign-in in a real browser; reference runs for the benchmarks
   chromium nodejs gettext imagemagick
   libgettextpo-dev  # the catalogue is built from the translators' .po files at build time

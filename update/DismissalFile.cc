@@ -4,21 +4,14 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "platform/Platform.h"
 #include "platform/StateFile.h"
+#include "platform/SupportFolder.h"
 
 namespace orvistelle::update {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-std::string SupportDir() {
-  platform::Home& home = platform::Seam<platform::Home>::Get();
-  std::string directory = home.FromUserDatabase();
-  if (directory.empty()) directory = home.Directory();
-  return (fs::path(directory) / "Library/Application Support/Orvistelle").string();
-}
-
-std::string DismissPath() { return (fs::path(SupportDir()) / "fcp-update-dismiss.json").string(); }
+std::string DismissPath() { return (fs::path(platform::SupportFolder()) / "fcp-update-dismiss.json").string(); }
 
 std::optional<Dismissal> LoadDismissal() {
   std::optional<std::string> text = platform::ReadStateFile(DismissPath());
@@ -35,7 +28,7 @@ std::optional<Dismissal> LoadDismissal() {
 
 void SaveDismissal(const Dismissal& dismissal) {
   std::error_code ignored;
-  fs::create_directories(SupportDir(), ignored);
+  fs::create_directories(platform::SupportFolder(), ignored);
   json record = {{"version", dismissal.version}, {"until", static_cast<int64_t>(dismissal.until)}};
   platform::WriteStateFile(DismissPath(), record.dump(-1, ' ', false, json::error_handler_t::replace));
 }

@@ -1,4 +1,4 @@
-// The soft-update dismissal as kept across restarts, in the per-user support directory.
+// The soft-update dismissal as kept across restarts, in the per-user support folder.
 #pragma once
 
 #include <optional>
@@ -11,9 +11,7 @@ struct Dismissal {
   double until = 0;     // seconds since 1970; 0 means over
 };
 
-// The home directory from the user database, else the platform's, plus "Library/Application Support/Orvistelle".
-// The account module has its own copy of this rule and the two must agree: both modules share the directory.
-std::string SupportDir();
+// In the support folder that the account module shares (platform::SupportFolder).
 std::string DismissPath();
 
 // Nothing when the file is missing, unreadable, not a regular file of at most 64 KiB, or holds no JSON object. A

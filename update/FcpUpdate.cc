@@ -30,7 +30,12 @@ using namespace std::chrono_literals;
 constexpr double kCheckInterval = 21600.0;   // six hours between attempts, failed or not
 constexpr double kDismissDuration = 86400.0;
 constexpr char kManifestPath[] = "/orvistelle/vask/latest.json";
-constexpr char kFallbackDownloadPath[] = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
+
+// This platform's package at its fixed address, for when no manifest names a direct download.
+std::string FallbackDownloadPath() {
+  return std::string("/orvistelle/vask/fcp/orvistelle-fcp-") + platform::kPlatformName + "-latest" +
+         platform::kPackageExtension;
+}
 
 std::string BuiltInDownloadBase() { return platform::DevBackendBase().value_or(config::kDownloadURL); }
 
@@ -63,7 +68,7 @@ std::atomic<bool> gChecking{false};
 
 double Now() { return platform::Seam<platform::Clock>::Get().Now(); }
 
-std::string FallbackDownloadLocked() { return Module().downloadBase + kFallbackDownloadPath; }
+std::string FallbackDownloadLocked() { return Module().downloadBase + FallbackDownloadPath(); }
 
 char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
@@ -107,8 +112,8 @@ void StoreHostEntry(HostEntry entry) {
   state.forceBelow = std::move(entry.forceBelow);
   state.notes = std::move(entry.notes);
   state.downloadPage = IsOwnDownloadLocked(entry.downloadPage) ? std::move(entry.downloadPage) : "";
-  bool ownDownload = entry.downloadMacos && IsOwnDownloadLocked(*entry.downloadMacos);
-  state.download = ownDownload ? std::move(*entry.downloadMacos) : FallbackDownloadLocked();
+  bool ownDownload = entry.download && IsOwnDownloadLocked(*entry.download);
+  state.download = ownDownload ? std::move(*entry.download) : FallbackDownloadLocked();
 }
 
 // Empty when this build checks no signature.
@@ -292,7 +297,7 @@ std::string FcpUpdateNotes() {
   return Module().notes;
 }
 
-// The direct download wins over the page: a loaded manifest always leaves one, falling back to the fixed zip.
+// The direct download wins over the page: a loaded manifest always leaves one, falling back to the fixed package.
 std::string FcpUpdateDownloadURL() {
   ModuleState& state = Module();
   std::lock_guard guard(state.lock);

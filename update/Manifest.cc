@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/Platform.h"
 #include "update/Version.h"
 
 namespace orvistelle::update {
@@ -12,7 +13,7 @@ using namespace std::chrono_literals;
 
 constexpr int kManifestRedirects = 3;
 
-std::string StringAt(const json& object, const char* key) {
+std::string StringAt(const json& object, const std::string& key) {
   auto found = object.find(key);
   return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
@@ -34,8 +35,8 @@ ManifestReading ReadManifest(std::string_view body) {
   if (host == hosts->end() || !host->is_object()) return MissingHostEntry{};
   HostEntry entry{VersionAt(*host, "version"), VersionAt(*host, "force_below"), StringAt(*host, "notes"),
                   StringAt(*host, "download_page"), std::nullopt};
-  std::string download = StringAt(*host, "download_macos");
-  if (!download.empty()) entry.downloadMacos = std::move(download);
+  std::string download = StringAt(*host, std::string("download_") + platform::kPlatformName);
+  if (!download.empty()) entry.download = std::move(download);
   return entry;
 }
 

@@ -12,14 +12,15 @@ namespace orvistelle::update {
 
 inline constexpr char kHostKey[] = "fcp";
 
-// A value of the wrong JSON type reads as "", and as nothing for the direct download; so does a version that is
+// A value of the wrong JSON type reads as "", and as nothing for the direct download, which is read from
+// "download_<platform>" ("download_linux" here, as a Mac build reads "download_macos"); so does a version that is
 // not one (see IsVersion).
 struct HostEntry {
   std::string version;
   std::string forceBelow;
   std::string notes;
   std::string downloadPage;
-  std::optional<std::string> downloadMacos;  // only a non-empty string
+  std::optional<std::string> download;  // this platform's direct download: only a non-empty string
 };
 
 struct NotAnObject {};        // the body is no JSON object: ignored without a word

@@ -13,7 +13,6 @@
 
 #include "app/Probes.h"
 #include "app/Setup.h"
-#include "auth/Files.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
@@ -22,6 +21,7 @@
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
 #include "platform/Platform.h"
+#include "platform/SupportFolder.h"
 #include "update/Report.h"
 
 namespace orvistelle::cli {
@@ -197,7 +197,8 @@ std::string BackendAnswer(const std::string& url) {
   request.idle = 5s;
   request.wait = 6s;
   const platform::HttpResponse response = platform::HttpSend(request);
-  return url + ": " + (response.status != 0 ? "answers (HTTP " + std::to_string(response.status) + ")" : "no answer");
+  return url + ": " + (response.status != 0 ? "answers (HTTP " + std::to_string(response.status) + ")" : "no answer") +
+         (response.route.empty() ? "" : ", " + response.route);
 }
 
 std::string RegisteredBundles() {
@@ -221,7 +222,7 @@ int Report() {
             << "Installed template: " << shell::MotionTemplatePath() << "\n"
             << "Bundled template: " << shell::BundledTemplatePath() << "\n"
             << "Registered bundles: " << RegisteredBundles() << "\n"
-            << "Support folder: " << auth::SupportDir() << "\n"
+            << "Support folder: " << platform::SupportFolder() << "\n"
             << "Log file: " << platform::DiagnosticsLogPath() << "\n"
             << "OS: " << OperatingSystem() << "\n"
             << "Language: " << Language() << "\n";
@@ -261,10 +262,10 @@ int RefuseReset() {
 int Reset() {
   std::error_code templateError, supportError;
   fs::remove_all(shell::MotionTemplatePath(), templateError);
-  fs::remove_all(auth::SupportDir(), supportError);
+  fs::remove_all(platform::SupportFolder(), supportError);
   const int entry = platform::Seam<platform::AppDatabase>::Get().Unregister(config::kBundleIdentifier);
   bool ok = Removed("template", shell::MotionTemplatePath(), templateError);
-  ok = Removed("support files", auth::SupportDir(), supportError) && ok;
+  ok = Removed("support files", platform::SupportFolder(), supportError) && ok;
   ok = Removed("desktop entry", config::kBundleIdentifier, std::error_code(-entry, std::generic_category())) && ok;
   return ok ? 0 : 1;
 }
@@ -312,6 +313,7 @@ int SupportMain(const std::vector<std::string>& arguments) {
   platform::ScopedSeam<platform::Bundle> useBundle(bundle.get());
   platform::StartDiagnosticsLog();
   shell::NoteLaunch(std::string(kProgram) + " " + invocation->command);
+  shell::MoveEarlierFiles();
   FcpI18nApplyHostLocale();
   return Run(*invocation);
 }

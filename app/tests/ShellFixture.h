@@ -64,7 +64,7 @@ class ShellFixture : public ::testing::Test {
     return fs::path(bundleSeam_.Main().resourcePath) / "MotionTemplates/Effects/Orvistelle.localized";
   }
   fs::path InstalledTemplate() {
-    return fs::path(home_.Directory()) / "Movies/Motion Templates.localized/Effects.localized/Orvistelle.localized";
+    return fs::path(home_.Directory()) / "Videos/Motion Templates.localized/Effects.localized/Orvistelle.localized";
   }
   fs::path Plugin() { return fs::path(bundleSeam_.Main().builtInPlugInsPath) / "OrvistelleXPC.pluginkit"; }
 

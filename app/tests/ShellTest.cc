@@ -112,8 +112,8 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
       {"a copy that cannot be moved into place", [] { failStagedMove = true; },
        [](const Body& press) { return press(); }, std::strerror(EIO)},
       // Last: where no read-only folder can be had, the rest of the test is skipped.
-      {"a read-only Movies folder", [] {},
-       [this](const Body& press) { return fault::WithReadOnlyFolder(fs::path(home_.Directory()) / "Movies", press); },
+      {"a read-only videos folder", [] {},
+       [this](const Body& press) { return fault::WithReadOnlyFolder(fs::path(home_.Directory()) / "Videos", press); },
        std::strerror(geteuid() == 0 ? EROFS : EACCES)},
   };
   for (const auto& c : cases) {

@@ -58,14 +58,18 @@ TEST_F(SupportCommand, ExitCodeAndWhereTheTextGoes) {
 TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
   WriteFile(EntryIn("d1"), "[Desktop Entry]\nX-Orvistelle-Bundle=/b/first.app\n");
   WriteFile(EntryIn("d2"), "[Desktop Entry]\nX-Orvistelle-Bundle=/b/second\\sapp\n");
+  // An earlier version installed the template under ~/Movies: it moves, whole, and set-up then keeps it.
+  const fs::path bundle = ORVISTELLE_TEST_APP_BUNDLE;
+  fs::create_directories(Home() / "Movies" / kInstalledTemplate);
+  fs::copy(bundle / "Contents/Resources" / kBundledTemplate, Home() / "Movies" / kInstalledTemplate,
+           fs::copy_options::recursive);
   const auto before = Run({"status", "--json"});
   const nlohmann::json status = nlohmann::json::parse(before.out, nullptr, false);
-  EXPECT_EQ(std::pair(before.exitCode, status["template"]["path"]),
-            std::pair(1, nlohmann::json((Home() / kInstalledTemplate).string())));
+  const nlohmann::json moved = {{"ready", true}, {"path", (Home() / "Videos" / kInstalledTemplate).string()}};
+  EXPECT_EQ(std::pair(before.exitCode, status["template"]), std::pair(1, moved));
   EXPECT_EQ(Run({"setup"}).out, "Setup complete. Restart Final Cut Pro to see the effect.\n");
   EXPECT_EQ(Run({"status"}).exitCode, 0);
   // The window's class is the bundle name, so that the desktop groups the window under this entry.
-  const fs::path bundle = ORVISTELLE_TEST_APP_BUNDLE;
   const std::string entry = ReadWholeFile(EntryIn("data"));
   EXPECT_NE(entry.find("\nIcon=" + (bundle / "Contents/Resources/AppIcon.png").string() + "\n"), std::string::npos);
   EXPECT_NE(entry.find("\nStartupWMClass=Orvistelle FCP Beauty\n"), std::string::npos) << entry;
@@ -74,8 +78,9 @@ TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
   for (const std::string& line : std::vector<std::string>{
            "\nApp version: " + std::string(config::kVersion) + "\n", "\nLog file: " + log + "\n",
            "\nTemplate: same as this app's copy\n", "\nBundled template: " + (bundle / "Contents/Resources/").string(),
-           "\nRegistered bundles: " + bundle.string() + "; /b/second app; /b/first.app\n", "Z set-up: template ",
-           "Z http GET ", "\nSession: none\n", "\nUpdate manifest: signature "}) {
+           "\nRegistered bundles: " + bundle.string() + "; /b/second app; /b/first.app\n", "Z set-up: register ",
+           "Z moved " + (Home() / "Movies" / kInstalledTemplate).string() + " to ", "Z http GET ", "\nSession: none\n",
+           "\nUpdate manifest: signature "}) {
     EXPECT_NE(report.out.find(line), std::string::npos) << line << " not in:\n" << report.out;
   }
   EXPECT_EQ(ReadWholeFile(log).find(config::kPublicApiKey), std::string::npos);

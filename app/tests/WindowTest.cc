@@ -207,7 +207,8 @@ TEST(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
   std::vector<std::unique_ptr<QProcess>> apps;
   auto launch = [&](const char* platform) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_DATA_HOME", "XDG_STATE_HOME"})
+    for (const char* name :
+         {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CONFIG_HOME"})
       environment.remove(name);
     if (platform != nullptr) environment.insert("QT_QPA_PLATFORM", platform);
     // The support folder follows the user database, not HOME; and no request may reach a backend someone runs.

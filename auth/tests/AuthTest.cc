@@ -298,7 +298,7 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
     EXPECT_EQ(sent.back().get_header_value("Authorization") + " " + sent.back().body,
               "Bearer " + kKey + " " +
                   Dump({{"host", "fcp"}, {"installId", Read("fcp-install-id.txt").value_or("")},
-                        {"platform", "macos"}, {"product", "vask"}, {"version", pass.version}}));
+                        {"platform", "linux"}, {"product", "vask"}, {"version", pass.version}}));
   }
   EXPECT_EQ(log.Snapshot(), std::vector<std::string>{"[Orvistelle] heartbeat failed (503)"});
 }

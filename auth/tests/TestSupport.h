@@ -100,7 +100,7 @@ class AuthTest : public ::testing::Test {
   }
   std::string Status() { return FcpAuthStatus() + (FcpAuthStatusIsError() ? " (error)" : ""); }
   std::filesystem::path Support(const std::string& name) const {
-    return home.path() / "Library/Application Support/Orvistelle" / name;
+    return home.path() / ".local/share/orvistelle" / name;
   }
   void Write(const std::string& name, const std::string& contents) const {
     std::filesystem::create_directories(Support("."));

@@ -12,6 +12,9 @@ file(TOUCH ${root}/var/lib/dpkg/status)
 
 run(cpack -G DEB -B ${WORK_DIR}/out --config ${BUILD_DIR}/CPackConfig.cmake)
 file(GLOB deb ${WORK_DIR}/out/*.deb)
+# libcurl is opened on the first request, so the package itself must name it: no binary in it links it.
+run(dpkg-deb --field ${deb} Depends)
+expect("libcurl4")
 # The empty root has none of the libraries the package depends on.
 run(dpkg --root=${root} --force-depends -i ${deb})
 
@@ -24,6 +27,11 @@ endforeach()
 file(REAL_PATH ${root}/usr/bin/orvistelle-fcp-beauty launcher)
 if(NOT launcher STREQUAL "${bundle}/Contents/MacOS/Orvistelle FCP Beauty")
   message(FATAL_ERROR "the launcher leads to ${launcher}")
+endif()
+run(readelf --dynamic ${root}/usr/bin/orvistelle-fcp)
+string(FIND "${output}" "libcurl" linked)
+if(NOT linked EQUAL -1)
+  message(FATAL_ERROR "the installed program loads libcurl as it starts:\n${output}")
 endif()
 run(desktop-file-validate ${root}/usr/share/applications/${id}.desktop)
 run(appstreamcli validate --no-net ${root}/usr/share/metainfo/${id}.metainfo.xml)

@@ -82,15 +82,16 @@ class Guarded {
   T value_;
 };
 
-// One folder for both answers.
+// One folder for both answers, unless the user database is given its own.
 class FakeHome final : public Home {
  public:
-  explicit FakeHome(std::string directory = "") : directory_(std::move(directory)) {}
-  std::string FromUserDatabase() override { return directory_; }
+  explicit FakeHome(std::string directory = "", std::optional<std::string> database = std::nullopt)
+      : directory_(std::move(directory)), database_(database.value_or(directory_)) {}
+  std::string FromUserDatabase() override { return database_; }
   std::string Directory() override { return directory_; }
 
  private:
-  const std::string directory_;
+  const std::string directory_, database_;
 };
 
 class FakeLanguages final : public Languages {

@@ -72,7 +72,7 @@ class Service : public ::testing::Test {
     return "\n" + child.out + "exit=" + (child.signal != 0 ? "signal " : "") + code + "\n" + child.err;
   }
 
-  fs::path State(const std::string& name) const { return home_ / "Library/Application Support/Orvistelle" / name; }
+  fs::path State(const std::string& name) const { return home_ / ".local/share/orvistelle" / name; }
 
   // A user signed in through the development site's form, as the relay hands the session out but without the
   // e-mail, so that the first pass fetches it and saves.
@@ -183,9 +183,23 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
     EXPECT_TRUE(!refreshed || saved.value("access_token", "") != json::parse(held).value("access_token", ""));
   };
+  // A signed-in user of the version that kept its files where a Mac keeps them, with the update put off.
+  const std::string installId = "0f8e2b8a-5d7c-4e0b-9a61-3c2d1e0f9a8b";
+  const fs::path earlier = home_ / "Library/Application Support/Orvistelle";
+  const auto upgrading = [&] {
+    fs::create_directories(earlier);
+    std::ofstream(earlier / session) << SignedInSession();
+    std::ofstream(earlier / "fcp-install-id.txt") << installId;
+    // Ends within a day: one ending further ahead was made while the clock ran fast, and is over.
+    std::ofstream(earlier / dismissal) << json{{"version", "1.3.0"}, {"until", std::time(nullptr) + 3600}};
+  };
+  const auto upgraded = [&] {
+    const std::string left = fs::exists(home_ / "Library") ? " and the old folder" : "";
+    EXPECT_EQ(ReadWholeFile(State("fcp-install-id.txt")) + left, installId);
+  };
   // One release's manifest and its signature, as published or not: only the one that verifies is used.
   const std::string forcing =
-      R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"9.0.0","download_macos":"http://127.0.0.1/new.zip"}}})";
+      R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"9.0.0","download_linux":"http://127.0.0.1/new.zip"}}})";
   // `signature`: none for the backend's own, "" for its signature of `forcing` laid beside the manifest, else a text.
   const auto published = [&](std::optional<std::string> signature, const std::string& manifest) {
     return [&, signature, manifest] {
@@ -201,7 +215,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
   const auto opens = [&](const std::string& path) {
     return [&, path] { EXPECT_EQ(Opened(), (path[0] == '/' ? backend_->BaseURL() : "") + path + "\n"); };
   };
-  const std::string fallback = "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip", bad = "update check: bad";
+  const std::string fallback = "/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb", bad = "update check: bad";
   const std::vector<std::string> refused = {"exit=0", "forced=0", "latest=", "[Orvistelle] " + bad + " signature"};
   const std::string version = std::string("=") + config::kVersion, padding(64 * 1024, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
@@ -209,6 +223,8 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
        {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
         "version" + version, "headers" + version}, saved},
+      {"a signed-in user upgrading", upgrading, {"report"},
+       {"exit=0", "session=1", "email=host@example.org", "soft=0"}, upgraded},
       {"folders at both", [&] { for (auto& name : {session, dismissal}) fs::create_directory(State(name)); },
        {"report"}, absent},
       {"pipes at both", [&] { for (auto& name : {session, dismissal}) mkfifo(State(name).c_str(), 0600); },
@@ -234,7 +250,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       {"a manifest changed by one byte after signing", published("", std::string(forcing).replace(54, 1, "1")),
        {"open", "0"}, refused, opens(fallback)},
       // The backend ends the session at once, so the refresh token left on this machine is no good anywhere.
-      {"a sign-out", signedInWith(3600, 10), {"logout", "1000"}, {"exit=0", "status=Signed out", "session=0"}, [&] {
+      {"a sign-out", signedInWith(3600, 10), {"logout", "3000"}, {"exit=0", "status=Signed out", "session=0"}, [&] {
          const json token = {{"refresh_token", json::parse(held)["refresh_token"]}};
          auto refresh = httplib::Client("127.0.0.1", backend_->Port())
                             .Post("/auth/v1/token?grant_type=refresh_token", {{"apikey", config::kPublicApiKey}},

@@ -3,6 +3,7 @@
 #include <httplib.h>
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
+#include <sys/socket.h>
 
 #include <nlohmann/json.hpp>
 
@@ -29,7 +30,7 @@ constexpr char kHost[] = "127.0.0.1";
 constexpr char kLanguagePrefix[] = "(?:/(zh|ja|ko|pt-BR|es))?";
 constexpr char kHtml[] = "text/html; charset=utf-8";
 constexpr int kDevPageRows = 50;
-constexpr size_t kWorkers = 24;
+constexpr size_t kWorkers = 256;
 constexpr size_t kMaxBodyBytes = 64 * 1024;
 // Printing a value recurses once per level, so deeper bodies are turned away before anything prints them.
 constexpr int kMaxJsonDepth = 32;
@@ -319,8 +320,8 @@ struct DevBackend::Impl {
 
   void Download(const httplib::Request& req, httplib::Response& res) {
     res.status = 200;
-    res.set_header("Content-Disposition", "attachment; filename=\"orvistelle-fcp-macos-latest.zip\"");
-    res.set_content(download, "application/zip");
+    res.set_header("Content-Disposition", "attachment; filename=\"orvistelle-fcp-linux-latest.deb\"");
+    res.set_content(download, "application/vnd.debian.binary-package");
     RecordFetch(req, res);
   }
 
@@ -394,13 +395,19 @@ struct DevBackend::Impl {
   }
 
   void Routes() {
-    // A browser keeps several idle connections open, and each holds a worker until it times out: more workers
-    // than a small machine gets by default keep the app's requests from queuing behind them, and a short idle
-    // limit lets Stop, which waits for every worker, return within a second.
+    // A browser keeps several idle connections open, and a peer may stop halfway through a request; each holds a
+    // worker until it times out. With more workers than such connections and a second's patience for each, the
+    // app's requests do not queue behind them, and Stop, which waits for every worker, returns soon.
     server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
     server.set_keep_alive_timeout(1);
+    server.set_read_timeout(std::chrono::seconds(1));
     server.set_payload_max_length(kMaxBodyBytes);
     server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
+      // With two Host headers, which one counts depends on who reads them: a way to slip past the check below.
+      if (req.get_header_value_count("Host") > 1) {
+        SendJson(res, 400, {{"error", "more than one Host header"}});
+        return httplib::Server::HandlerResponse::Handled;
+      }
       if (IsLoopbackHost(req.get_header_value("Host"))) return httplib::Server::HandlerResponse::Unhandled;
       SendJson(res, 421, {{"error", "this server answers only requests addressed to 127.0.0.1 or localhost"}});
       return httplib::Server::HandlerResponse::Handled;
@@ -414,7 +421,7 @@ struct DevBackend::Impl {
     server.Post("/console/v1/plugin/heartbeat", [this](Req req, Res res) { Heartbeat(req, res); });
     server.Get("/orvistelle/vask/latest.json", [this](Req req, Res res) { Manifest(req, res); });
     server.Get("/orvistelle/vask/latest.json.sig", [this](Req req, Res res) { ManifestSignature(req, res); });
-    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip", [this](Req req, Res res) { Download(req, res); });
+    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb", [this](Req req, Res res) { Download(req, res); });
     server.Get(std::string("/site") + kLanguagePrefix + "(/.*)?", [this](Req req, Res res) { SitePage(req, res); });
     server.Post(std::string("/site") + kLanguagePrefix + "/sign-in",
                 [this](Req req, Res res) { SignInSubmit(req, res); });
@@ -427,10 +434,11 @@ struct DevBackend::Impl {
   Options options;
   std::unique_ptr<Store> store;
   std::unique_ptr<ManifestKey> manifestKey;
-  const std::string download = StandInDownloadZip();
+  const std::string download = StandInPackage();
   const std::string csrfToken = NewCsrfToken();
   httplib::Server server;
   std::thread thread;
+  int listeningSocket = -1;
   int port = 0;
 };
 
@@ -446,11 +454,18 @@ bool DevBackend::Start(std::string* error) {
   impl_->Routes();
   auto& server = impl_->server;
   const int wanted = impl_->options.port;
+  server.set_socket_options([this](int socket) {
+    httplib::default_socket_options(socket);
+    impl_->listeningSocket = socket;
+  });
   const int port = wanted == 0 ? server.bind_to_any_port(kHost) : (server.bind_to_port(kHost, wanted) ? wanted : -1);
   if (port <= 0) {
     *error = "cannot listen on " + std::string(kHost) + ":" + std::to_string(wanted);
     return false;
   }
+  // The library listens with a backlog of five, so a burst of connections (a browser's, a load test's) waits a
+  // second or more for the SYN to be sent again; listening again only lengthens the queue.
+  (void)::listen(impl_->listeningSocket, SOMAXCONN);
   impl_->port = port;
   impl_->thread = std::thread([&server] { server.listen_after_bind(); });
   // stop() is ignored until the server runs, so Start returns only once it does.

@@ -4,8 +4,9 @@
 
 namespace orvistelle::devbackend {
 
-// A small, valid ZIP archive holding one README that says this is no real download: the app's fallback download
-// link then opens something a developer can inspect.
-std::string StandInDownloadZip();
+// The outer layer of a Debian package, an ar archive, holding the format version and one README that says this is
+// no real download: the app's fallback download link then opens something a developer can inspect. Installing it
+// fails, as it should.
+std::string StandInPackage();
 
 }  // namespace orvistelle::devbackend

@@ -28,7 +28,7 @@ class BrowserSignInTest : public ::testing::Test {
   ~BrowserSignInTest() override { auth::ResetAuthForTesting(); }
 
   std::string RefreshToken() const {
-    const auto file = dir_ / "home/Library/Application Support/Orvistelle/fcp-session.json";
+    const auto file = dir_ / "home/.local/share/orvistelle/fcp-session.json";
     const json session = json::parse(platform::testing::ReadWholeFile(file), nullptr, false);
     return session.is_object() ? session.value("refresh_token", "") : "";
   }

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 constexpr double kSixHours = 21600.0;
-constexpr char kDirectZip[] = "https://127.0.0.1/get/orvistelle-1.2.0.zip";  // the download server's host
+constexpr char kDirectPackage[] = "https://127.0.0.1/get/orvistelle-1.2.0.deb";  // the download server's host
 
 TEST(CmpSemver, ComparesNumericallyAndSymmetrically) {
   const std::tuple<const char*, const char*, int> rows[] = {
@@ -49,7 +49,7 @@ std::string Manifest(const json& fcp) { return json{{"hosts", {{"fcp", fcp}}}, {
 
 std::string Manifest(const std::string& version, const std::string& forceBelow) {
   return Manifest(json{{"version", version}, {"force_below", forceBelow}, {"notes", "Faster skin smoothing."},
-                       {"download_page", "https://example.test/get"}, {"download_macos", kDirectZip}});
+                       {"download_page", "https://example.test/get"}, {"download_linux", kDirectPackage}});
 }
 
 class UpdateCheck : public ::testing::Test {
@@ -67,17 +67,19 @@ class UpdateCheck : public ::testing::Test {
 
   testing::FakeSystem fakes;
   testing::ManifestServer server;
-  const std::string zip = server.BaseURL() + "/orvistelle/vask/fcp/orvistelle-fcp-macos-latest.zip";
+  const std::string package = server.BaseURL() + "/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb";
 };
 
 // A good answer replaces all the host reads; any other is logged (or ignored if no JSON object) and changes nothing.
+// Another platform's download is never offered.
 TEST_F(UpdateCheck, OnlyAGoodAnswerReplacesTheOffer) {
-  server.Answer(200, Manifest({{"version", "1.3.0"}, {"notes", 3}, {"download_page", "x"}, {"download_macos", ""}}));
+  server.Answer(200, Manifest({{"version", "1.3.0"}, {"notes", 3}, {"download_page", "x"}, {"download_linux", ""},
+                               {"download_macos", "https://example.test/get/orvistelle-1.3.0.zip"}}));
   CheckLater();
-  EXPECT_EQ(Offer(), (std::vector<std::string>{"1.3.0", "", zip}));  // mistyped or missing values read as empty
+  EXPECT_EQ(Offer(), (std::vector<std::string>{"1.3.0", "", package}));  // mistyped or missing values read as empty
   server.Answer(200, Manifest("1.2.0", "1.1.0"));
   CheckLater();
-  EXPECT_EQ(Offer(), (std::vector<std::string>{"1.2.0", "Faster skin smoothing.", kDirectZip}));
+  EXPECT_EQ(Offer(), (std::vector<std::string>{"1.2.0", "Faster skin smoothing.", kDirectPackage}));
   EXPECT_EQ(fakes.log.Take().back(), "[Orvistelle] update check host=fcp latest=1.2.0 force_below=1.1.0");
   const std::string missing = "update check: missing hosts.fcp";
   const std::tuple<int, std::string, std::string> failures[] = {
@@ -115,7 +117,7 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
   server.Answer(200, Manifest("1.2.0", ""));
   CheckLater();
   FcpUpdateDismissSoft();
-  const std::string file = fakes.homeFolder.path() / "Library/Application Support/Orvistelle/fcp-update-dismiss.json";
+  const std::string file = fakes.homeFolder.path() / ".local/share/orvistelle/fcp-update-dismiss.json";
   EXPECT_EQ(json::parse(std::ifstream(file), nullptr, false), (json{{"version", "1.2.0"}, {"until", 1'700'108'000}}));
   EXPECT_FALSE(FcpUpdateSoftAvailable());
   SetUp();  // the next run
@@ -138,12 +140,12 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
 TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
   const std::string own = "HTTPS://127.0.0.1:1/A-Z_09~.zip?q=1#f", plain = "http://127.0.0.1/get/a%20b.zip";
   const std::pair<std::string, std::string> downloads[] = {
-      {own, own}, {plain, plain}, {"https://elsewhere.test/a.zip", zip}, {"https://127.0.0.1.elsewhere.test/", zip},
-      {"https://127.0.0.1@elsewhere.test/a.zip", zip}, {"https://127.0.0.1/a b.zip", zip},
-      {"ftp://127.0.0.1/a.zip", zip}, {"http:/127.0.0.1/a.zip", zip}, {"file:///etc/passwd", zip},
-      {"javascript:alert(1)", zip}};
+      {own, own}, {plain, plain}, {"https://elsewhere.test/a.zip", package},
+      {"https://127.0.0.1.elsewhere.test/", package}, {"https://127.0.0.1@elsewhere.test/a.zip", package},
+      {"https://127.0.0.1/a b.zip", package}, {"ftp://127.0.0.1/a.zip", package}, {"http:/127.0.0.1/a.zip", package},
+      {"file:///etc/passwd", package}, {"javascript:alert(1)", package}};
   for (const auto& [url, opened] : downloads) {
-    server.Answer(200, Manifest({{"version", "1.2.0"}, {"download_macos", url}}));
+    server.Answer(200, Manifest({{"version", "1.2.0"}, {"download_linux", url}}));
     CheckLater();
     FcpUpdateOpenDownload();
     EXPECT_EQ(fakes.browser.Take(), std::vector<std::string>{opened}) << url;

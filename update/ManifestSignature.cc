@@ -80,7 +80,10 @@ const Crypto* CryptoLocked() {
     // Without the handler a verification could outlive libcrypto's state, so none is made.
     if (verifier.crypto && std::atexit(StopVerifying) != 0) verifier.crypto.reset();
   }
-  bool usable = !verifier.exiting && verifier.crypto && verifier.crypto->init(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+  // Only the base, which crypto.h reserves as OPENSSL_INIT_BASE_ONLY: asked for more once stopped, libcrypto would
+  // record an error in state that is never freed.
+  constexpr uint64_t kInitBaseOnly = 0x00040000L;
+  bool usable = !verifier.exiting && verifier.crypto && verifier.crypto->init(kInitBaseOnly, nullptr) == 1;
   return usable ? &*verifier.crypto : nullptr;
 }
 

@@ -19,6 +19,7 @@ constexpr size_t kSignatureBytes = 64;
 // in every process that loads the library, where most never verify anything.
 struct Crypto {
   decltype(&OPENSSL_init_crypto) init = nullptr;
+  decltype(&OPENSSL_thread_stop) threadStop = nullptr;
   decltype(&EVP_DecodeBlock) decodeBlock = nullptr;
   decltype(&EVP_PKEY_new_raw_public_key) newRawPublicKey = nullptr;
   decltype(&EVP_PKEY_free) freeKey = nullptr;
@@ -39,6 +40,7 @@ std::optional<Crypto> LoadCrypto() {
   if (library == nullptr) return std::nullopt;
   Crypto crypto;
   bool bound = Bind(library, "OPENSSL_init_crypto", crypto.init) &&
+               Bind(library, "OPENSSL_thread_stop", crypto.threadStop) &&
                Bind(library, "EVP_DecodeBlock", crypto.decodeBlock) &&
                Bind(library, "EVP_PKEY_new_raw_public_key", crypto.newRawPublicKey) &&
                Bind(library, "EVP_PKEY_free", crypto.freeKey) && Bind(library, "EVP_MD_CTX_new", crypto.newContext) &&
@@ -132,7 +134,10 @@ bool VerifyEd25519(std::string_view message, std::string_view signatureBase64, s
   if (crypto == nullptr) return false;
   std::optional<std::string> signature = DecodeBase64(*crypto, signatureBase64, kSignatureBytes);
   std::optional<std::string> key = DecodeBase64(*crypto, publicKeyBase64, kPublicKeyBytes);
-  return signature && key && Verify(*crypto, message, *signature, *key);
+  bool good = signature && key && Verify(*crypto, message, *signature, *key);
+  // What libcrypto keeps for this thread (its error queue) goes now, not at an exit that may come first.
+  crypto->threadStop();
+  return good;
 }
 
 }  // namespace orvistelle::update

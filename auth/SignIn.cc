@@ -14,6 +14,7 @@
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/DiagnosticsLog.h"
 #include "platform/Platform.h"
 #include "platform/WebUrl.h"
 
@@ -65,6 +66,16 @@ void PollRelay(const std::string& flowId, uint32_t generation) {
   if (CurrentLoginGeneration() == generation) SetBusy(false);
 }
 
+// A refresh token that leaked (a copied home folder, a backup) would otherwise stay good on the backend. This machine
+// has forgotten the session already, so an answer other than success changes nothing: it is only noted.
+void EndBackendSession(const std::string& accessToken) {
+  int64_t status = 0;
+  // An empty body rather than none: a POST without Content-Length is refused by some servers.
+  Http("POST", CurrentSettings().authBaseURL + "/auth/v1/logout?scope=local", accessToken, "", "", &status);
+  platform::Diagnose(status == 204 || status == 200 ? "sign-out: the backend ended the session"
+                                                    : "sign-out: the backend answered " + std::to_string(status));
+}
+
 // Only well-formed http(s) addresses reach the browser.
 void OpenURLString(const std::string& url) {
   if (platform::IsWebUrl(url)) platform::Seam<platform::Browser>::Get().Open(url);
@@ -86,8 +97,11 @@ void FcpAuthLogin() {
 }
 
 void FcpAuthLogout() {
+  const std::string accessToken = CurrentSession().access;
   ClearSessionState();
   SetStatusKey("auth.signedOut", false);
+  // Never on the caller's thread: without a thread of its own, the backend is simply not told.
+  if (!accessToken.empty()) TryRunInBackground([accessToken] { EndBackendSession(accessToken); });
 }
 
 void FcpAuthOpenSignup() { OpenURLString(FcpI18nSignUpURL()); }

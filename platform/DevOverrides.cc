@@ -46,4 +46,9 @@ std::optional<std::string> DevHomeDirectory() {
   return std::string(*home);
 }
 
+std::optional<std::string> DevUpdateKey() {
+  std::optional<std::string_view> key = DevVariable("ORVISTELLE_DEV_UPDATE_KEY");
+  return key ? std::optional<std::string>(*key) : std::nullopt;
+}
+
 }  // namespace orvistelle::platform

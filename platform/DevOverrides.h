@@ -20,4 +20,8 @@ std::optional<std::chrono::milliseconds> DevTimerPeriod();
 // host processes started by tests keep their support files out of the real home.
 std::optional<std::string> DevHomeDirectory();
 
+// ORVISTELLE_DEV_UPDATE_KEY: base64 of the Ed25519 key that update manifests are checked with, such as the one the
+// development backend shows at /dev, replacing the built-in key (which a development build may lack).
+std::optional<std::string> DevUpdateKey();
+
 }  // namespace orvistelle::platform

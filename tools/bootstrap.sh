@@ -7,6 +7,7 @@ packages=(
   # toolchain
   g++ clang clang-tidy libclang-rt-14-dev cmake ninja-build pkg-config ccache
   python3  # tools/mutate
+  openssl  # tools/sign-manifest
   # libraries
   qt6-base-dev qt6-svg-dev libgl-dev libcurl4-openssl-dev libproxy-dev nlohmann-json3-dev libcpp-httplib-dev libssl-dev
   libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev

@@ -1,5 +1,6 @@
 #include "orvistelle/FcpUpdate.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -10,11 +11,14 @@
 
 #include "orvistelle/BuildConfig.h"
 #include "platform/DevOverrides.h"
+#include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/Platform.h"
 #include "platform/WebUrl.h"
 #include "update/DismissalFile.h"
 #include "update/Manifest.h"
+#include "update/ManifestSignature.h"
+#include "update/Report.h"
 #include "update/UpdateTesting.h"
 #include "update/Version.h"
 
@@ -37,7 +41,8 @@ std::string BuiltInDownloadBase() { return platform::DevBackendBase().value_or(c
 
 // Never destroyed: a check still in flight when the process exits may write into it.
 struct ModuleState {
-  std::mutex lock;  // guards the members down to softDismissUntil; accessors and a finishing check exclude each other
+  // Guards the members down to publicKeyForTesting; accessors and a finishing check exclude each other.
+  std::mutex lock;
   std::string downloadBase = BuiltInDownloadBase();
   std::string latest;
   std::string forceBelow;
@@ -46,6 +51,8 @@ struct ModuleState {
   std::string download;
   std::string softDismissVersion;
   double softDismissUntil = 0;
+  SignatureState signature = SignatureState::kNotChecked;
+  std::optional<std::string> publicKeyForTesting;
 
   std::mutex loadLock;
   bool dismissalLoaded = false;
@@ -62,6 +69,23 @@ std::atomic<bool> gChecking{false};
 double Now() { return platform::Seam<platform::Clock>::Get().Now(); }
 
 std::string FallbackDownloadLocked() { return Module().downloadBase + FallbackDownloadPath(); }
+
+char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool StartsWithNoCase(std::string_view text, std::string_view lowerPrefix) {
+  return text.size() >= lowerPrefix.size() && std::equal(lowerPrefix.begin(), lowerPrefix.end(), text.begin(),
+                                                         [](char a, char b) { return a == AsciiLower(b); });
+}
+
+// Should the signing key leak, or a development build take a manifest unsigned, the browser is still sent only to
+// this product's own servers: over https (plain http in a development build), on the download server's host or the
+// website's.
+bool IsOwnDownloadLocked(std::string_view url) {
+  bool secure = StartsWithNoCase(url, "https://") || (!config::kReleaseBuild && StartsWithNoCase(url, "http://"));
+  std::optional<std::string> host = platform::WebUrlHost(url);
+  return secure && host &&
+         (host == platform::WebUrlHost(Module().downloadBase) || host == platform::WebUrlHost(config::kSiteURL));
+}
 
 bool ForcedLocked(const std::string& current) {
   const std::string& forceBelow = Module().forceBelow;
@@ -87,14 +111,49 @@ void StoreHostEntry(HostEntry entry) {
   state.latest = std::move(entry.version);
   state.forceBelow = std::move(entry.forceBelow);
   state.notes = std::move(entry.notes);
-  state.downloadPage = std::move(entry.downloadPage);
-  state.download = entry.download ? std::move(*entry.download) : FallbackDownloadLocked();
+  state.downloadPage = IsOwnDownloadLocked(entry.downloadPage) ? std::move(entry.downloadPage) : "";
+  bool ownDownload = entry.download && IsOwnDownloadLocked(*entry.download);
+  state.download = ownDownload ? std::move(*entry.download) : FallbackDownloadLocked();
 }
 
-// Every failure keeps the last good answer; the next attempt comes after the usual six hours.
-void ApplyResponse(const platform::HttpResponse& response) {
-  if (response.status != 200 || !response.body || response.body->empty()) {
+// Empty when this build checks no signature.
+std::string PublicKey() {
+  {
+    std::lock_guard guard(Module().lock);
+    if (Module().publicKeyForTesting) return *Module().publicKeyForTesting;
+  }
+  return platform::DevUpdateKey().value_or(config::kUpdatePublicKey);
+}
+
+bool IsAnswer(const platform::HttpResponse& response) {
+  return response.status == 200 && response.body && !response.body->empty();
+}
+
+SignatureState CheckSignature(const std::string& manifest, const std::string& signatureURL) {
+  std::string key = PublicKey();
+  if (key.empty()) {
+    static std::once_flag noted;
+    std::call_once(noted, [] { platform::Diagnose("update check: no update key in this build, manifests unsigned"); });
+    return SignatureState::kNoKey;
+  }
+  platform::HttpResponse signature = platform::HttpSend(ManifestRequest(signatureURL));
+  if (!IsAnswer(signature)) return SignatureState::kMissing;
+  return VerifyEd25519(manifest, *signature.body, key) ? SignatureState::kVerified : SignatureState::kWrong;
+}
+
+// Every failure keeps the last good answer; the next attempt comes after the usual six hours. Nothing of a manifest
+// without a good signature is used.
+void ApplyResponse(const platform::HttpResponse& response, SignatureState signature) {
+  if (!IsAnswer(response)) {
     platform::Log("update check failed (" + std::to_string(response.status) + ")");
+    return;
+  }
+  {
+    std::lock_guard guard(Module().lock);
+    Module().signature = signature;
+  }
+  if (signature == SignatureState::kMissing || signature == SignatureState::kWrong) {
+    platform::Log("update check: bad signature");
     return;
   }
   ManifestReading reading = ReadManifest(*response.body);
@@ -110,19 +169,29 @@ void ApplyResponse(const platform::HttpResponse& response) {
   platform::Log(line);
 }
 
-void RunCheck(std::string manifestURL) {
-  platform::HttpResponse response = platform::HttpSend(ManifestRequest(std::move(manifestURL)));
+void RunCheck(const std::string& manifestURL) {
+  platform::HttpResponse response = platform::HttpSend(ManifestRequest(manifestURL));
+  SignatureState signature = SignatureState::kNotChecked;
+  if (IsAnswer(response)) signature = CheckSignature(*response.body, manifestURL + ".sig");
   gLastCheck.store(Now());
-  ApplyResponse(response);
+  ApplyResponse(response, signature);
   gChecking.store(false);
 }
 
+std::string ManifestURL() {
+  std::lock_guard guard(Module().lock);
+  return Module().downloadBase + kManifestPath;
+}
+
+// A dismissal never reaches further than a day ahead: one made while the clock ran fast would otherwise hide the
+// update for as long after the clock was put right.
+bool DismissalHoldsLocked(double now) {
+  double until = Module().softDismissUntil;
+  return now < until && until - now <= kDismissDuration;
+}
+
 void StartCheck() {
-  std::string manifestURL;
-  {
-    std::lock_guard guard(Module().lock);
-    manifestURL = Module().downloadBase + kManifestPath;
-  }
+  std::string manifestURL = ManifestURL();
   try {
     std::thread(RunCheck, std::move(manifestURL)).detach();
   } catch (const std::system_error&) {
@@ -131,6 +200,26 @@ void StartCheck() {
 }
 
 }  // namespace
+
+void SetUpdatePublicKeyForTesting(std::optional<std::string> publicKeyBase64) {
+  std::lock_guard guard(Module().lock);
+  Module().publicKeyForTesting = std::move(publicKeyBase64);
+}
+
+UpdateReport CheckNowAndReport() {
+  LoadDismissalOnce();
+  bool idle = false;
+  if (gChecking.compare_exchange_strong(idle, true)) {
+    gLastCheck.store(Now());
+    RunCheck(ManifestURL());
+  }
+  SignatureState signature = SignatureState::kNotChecked;
+  {
+    std::lock_guard guard(Module().lock);
+    signature = Module().signature;
+  }
+  return {signature, FcpUpdateLatestVersion(), FcpUpdateForced(), FcpUpdateSoftAvailable()};
+}
 
 void SetDownloadBaseURLForTesting(std::string baseURL) {
   std::lock_guard guard(Module().lock);
@@ -160,6 +249,8 @@ void ResetForTesting() {
     value->clear();
   }
   state.softDismissUntil = 0;
+  state.signature = SignatureState::kNotChecked;
+  state.publicKeyForTesting.reset();
   gLastCheck.store(0);
 }
 
@@ -192,7 +283,7 @@ bool FcpUpdateSoftAvailable() {
   if (CmpSemver(current, state.latest) != -1) return false;
   // A required update is shown as required, never also offered as an optional one.
   if (ForcedLocked(current)) return false;
-  if (state.softDismissVersion == state.latest) return Now() >= state.softDismissUntil;
+  if (state.softDismissVersion == state.latest) return !DismissalHoldsLocked(Now());
   return true;
 }
 

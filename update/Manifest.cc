@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/Platform.h"
+#include "update/Version.h"
 
 namespace orvistelle::update {
 namespace {
@@ -17,6 +18,12 @@ std::string StringAt(const json& object, const std::string& key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
+// Read leniently, a mistyped "force_below" such as "l.2" would still be compared, and could require an update.
+std::string VersionAt(const json& object, const char* key) {
+  std::string text = StringAt(object, key);
+  return IsVersion(text) ? text : std::string();
+}
+
 }  // namespace
 
 ManifestReading ReadManifest(std::string_view body) {
@@ -26,7 +33,7 @@ ManifestReading ReadManifest(std::string_view body) {
   if (hosts == manifest.end() || !hosts->is_object()) return MissingHostEntry{};
   auto host = hosts->find(kHostKey);
   if (host == hosts->end() || !host->is_object()) return MissingHostEntry{};
-  HostEntry entry{StringAt(*host, "version"), StringAt(*host, "force_below"), StringAt(*host, "notes"),
+  HostEntry entry{VersionAt(*host, "version"), VersionAt(*host, "force_below"), StringAt(*host, "notes"),
                   StringAt(*host, "download_page"), std::nullopt};
   std::string download = StringAt(*host, std::string("download_") + platform::kPlatformName);
   if (!download.empty()) entry.download = std::move(download);

@@ -13,7 +13,8 @@ namespace orvistelle::update {
 inline constexpr char kHostKey[] = "fcp";
 
 // A value of the wrong JSON type reads as "", and as nothing for the direct download, which is read from
-// "download_<platform>" ("download_linux" here, as a Mac build reads "download_macos").
+// "download_<platform>" ("download_linux" here, as a Mac build reads "download_macos"); so does a version that is
+// not one (see IsVersion).
 struct HostEntry {
   std::string version;
   std::string forceBelow;

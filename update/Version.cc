@@ -27,7 +27,30 @@ int32_t LenientInt(std::string_view text) {
                                                   std::numeric_limits<int32_t>::max()));
 }
 
+bool IsLetterOrDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+bool IsDigitGroups(std::string_view text) {
+  constexpr size_t kMaxDigits = 9;  // stays within 32 bits, so nothing saturates
+  for (;;) {
+    size_t dot = text.find('.');
+    std::string_view group = text.substr(0, dot);
+    if (group.empty() || group.size() > kMaxDigits || !std::all_of(group.begin(), group.end(), IsDigit)) return false;
+    if (dot == std::string_view::npos) return true;
+    text.remove_prefix(dot + 1);
+  }
+}
+
 }  // namespace
+
+bool IsVersion(std::string_view text) {
+  if (!text.empty() && (text.front() == 'v' || text.front() == 'V')) text.remove_prefix(1);
+  size_t labelStart = text.find_first_of("-+");
+  if (labelStart == std::string_view::npos) return IsDigitGroups(text);
+  std::string_view label = text.substr(labelStart + 1);
+  bool labelChars = std::all_of(label.begin(), label.end(),
+                                [](char c) { return IsLetterOrDigit(c) || c == '.' || c == '-' || c == '+'; });
+  return !label.empty() && labelChars && IsDigitGroups(text.substr(0, labelStart));
+}
 
 bool ParseSemver(std::string_view text, int32_t* major, int32_t* minor, int32_t* patch) {
   if (major == nullptr || minor == nullptr || patch == nullptr || text.empty()) return false;

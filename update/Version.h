@@ -12,6 +12,11 @@ namespace orvistelle::update {
 // then digits up to the first other character, clamped to 32 bits ("3-beta" is 3, "rc1" and "" are 0).
 bool ParseSemver(std::string_view text, int32_t* major, int32_t* minor, int32_t* patch);
 
+// Whether a manifest's "version" or "force_below" names a version, so that garbage is ignored rather than read
+// leniently: an optional "v"/"V", dot-separated groups of 1 to 9 digits, and optionally "-" or "+" and a label of
+// letters, digits, ".", "-" and "+" ("1.4.2", "v2", "1.2.3-beta.1").
+bool IsVersion(std::string_view text);
+
 // -1, 0 or 1. A text that does not parse (only the empty one) is lower than any that does.
 int CmpSemver(std::string_view a, std::string_view b);
 

@@ -14,6 +14,7 @@
 #include "app/Probes.h"
 #include "app/Setup.h"
 #include "orvistelle/BuildConfig.h"
+#include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
@@ -21,6 +22,7 @@
 #include "platform/InfoPlist.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
+#include "update/Report.h"
 
 namespace orvistelle::cli {
 namespace {
@@ -93,6 +95,15 @@ void PrintRows(const shell::Probes& probes) {
             << FcpT("shell.labelTemplate") << ": " << FcpT(state.templ.textKey) << "\n";
 }
 
+// Whether a session is held (never a token) and what a check of the manifest finds now.
+nlohmann::json SessionAndUpdate() {
+  const update::UpdateReport update = update::CheckNowAndReport();
+  const char* kind = update.forced ? "required" : (update.soft ? "optional" : "none");
+  return {{"session", FcpAuthHasSession()},
+          {"update", {{"signature", update::SignatureStateName(update.signature)}, {"latest", update.latest},
+                      {"update", kind}}}};
+}
+
 int Status(bool json) {
   const shell::Probes probes = shell::ProbeComponents();
   if (json) {
@@ -101,6 +112,7 @@ int Status(bool json) {
         {"host", {{"ready", probes.host}, {"path", BundlePath()}}},
         {"service", {{"ready", probes.service}, {"path", shell::XpcPluginPath().value_or("")}}},
         {"template", {{"ready", probes.templ}, {"path", shell::MotionTemplatePath()}}}};
+    report.update(SessionAndUpdate());
     std::cout << report.dump(2) << "\n";
   } else {
     PrintRows(probes);
@@ -220,6 +232,12 @@ int Report() {
   std::cout << "Backend: " << BackendAnswer(devBase.value_or(config::kAuthURL) + "/auth/v1/user") << "\n"
             << "Downloads: " << BackendAnswer(devBase.value_or(config::kDownloadURL) + "/orvistelle/vask/latest.json")
             << "\n";
+  const nlohmann::json state = SessionAndUpdate();
+  const nlohmann::json& update = state["update"];
+  const std::string latest = update["latest"];
+  std::cout << "Update manifest: signature " << update["signature"].get<std::string>() << ", latest "
+            << (latest.empty() ? "unknown" : latest) << ", update " << update["update"].get<std::string>() << "\n"
+            << "Session: " << (state["session"].get<bool>() ? "held" : "none") << "\n";
   std::cout << "Last " << kReportLogLines << " log lines:\n";
   for (const std::string& line : platform::ReadDiagnosticsTail(platform::DiagnosticsLogPath(), kReportLogLines)) {
     std::cout << "  " << line << "\n";

@@ -83,7 +83,8 @@ TEST_F(SupportCommand, SetUpThenDiagnoseAsAUserWould) {
            "\nApp version: " + std::string(config::kVersion) + "\n", "\nLog file: " + log + "\n",
            "\nTemplate: same as this app's copy\n", "\nBundled template: " + (bundle / "Contents/Resources/").string(),
            "\nRegistered bundles: " + bundle.string() + "; /b/second app; /b/first.app\n", "Z set-up: register ",
-           "Z moved " + (Home() / "Movies" / kInstalledTemplate).string() + " to ", "Z http GET "}) {
+           "Z moved " + (Home() / "Movies" / kInstalledTemplate).string() + " to ", "Z http GET ", "\nSession: none\n",
+           "\nUpdate manifest: signature "}) {
     EXPECT_NE(report.out.find(line), std::string::npos) << line << " not in:\n" << report.out;
   }
   EXPECT_EQ(ReadWholeFile(log).find(config::kPublicApiKey), std::string::npos);

@@ -40,22 +40,31 @@ long long AllocatedBytes() {
 
 class Service : public ::testing::Test {
  protected:
+  void SetUp() override {
+    std::ofstream(dir_ / "xdg-open") << "#!/bin/sh\necho \"$1\" >> '" << opened_.string() << "'\n";
+    fs::permissions(dir_ / "xdg-open", fs::perms::owner_all);
+  }
+
   // `tokenSeconds` is the access tokens' lifetime, `reuseSeconds` how long a spent refresh token still works.
-  void StartBackend(int tokenSeconds = 3600, double reuseSeconds = 10) {
+  void StartBackend(int tokenSeconds = 3600, double reuseSeconds = 10, bool signs = true) {
     std::ofstream(dir_ / "latest.json") << R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"1.1.0"}}})";
+    fs::remove(dir_ / "latest.json.sig");
     backend_.reset();
     backend_ = std::make_unique<devbackend::DevBackend>(
-        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", tokenSeconds, nullptr, reuseSeconds});
+        devbackend::Options{0, dir_ / "backend", dir_ / "latest.json", tokenSeconds, nullptr, reuseSeconds, signs});
     std::string error;
     ASSERT_TRUE(backend_->Start(&error)) << error;
     backendPort_ = backend_->Port();
   }
 
   // What a host printed, then "exit=<code>" or "exit=signal <number>", then its errors. Nothing of this process's
-  // environment reaches the host but the sanitizers' options.
+  // environment reaches the host but the sanitizers' options; manifests must carry the backend's signature, and the
+  // browser it opens is a script that notes the address in opened_.
   std::string Host(std::vector<std::string> argv, std::optional<int> timerMs, const fs::path& out) const {
     std::vector<std::string> env = {"ORVISTELLE_DEV_BACKEND=" + proxy_.BaseURL(), "UBSAN_OPTIONS=halt_on_error=1",
-                                    "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string()};
+                                    "HOME=" + home_.string(), "ORVISTELLE_DEV_HOME=" + home_.string(),
+                                    "ORVISTELLE_DEV_UPDATE_KEY=" + backend_->UpdatePublicKey(),
+                                    "PATH=" + dir_.string()};
     if (timerMs) env.push_back("ORVISTELLE_DEV_TIMER_MS=" + std::to_string(*timerMs));
     // A host may exit at any moment, while the library is starting one of its detached threads.
     env.push_back("TSAN_OPTIONS=report_thread_leaks=0:" + std::string(std::getenv("TSAN_OPTIONS") ?: ""));
@@ -102,8 +111,15 @@ class Service : public ::testing::Test {
     response.set_content(answer->body, answer->get_header_value("Content-Type"));
   }
 
+  // What the hosts' browser was asked to open, once the script has written it.
+  std::string Opened() const {
+    for (int tries = 0; tries < 500 && !fs::exists(opened_); ++tries) std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(50ms);
+    return ReadWholeFile(opened_);
+  }
+
   platform::testing::TempDir temp_;
-  const fs::path dir_ = temp_.path(), home_ = dir_ / "home";
+  const fs::path dir_ = temp_.path(), home_ = dir_ / "home", opened_ = dir_ / "opened";
   std::unique_ptr<devbackend::DevBackend> backend_;
   std::atomic<int> backendPort_{0}, tokenDelayMs_{0}, withheld_{0};
   platform::testing::LoopbackServer proxy_{[this](httplib::Server& server) {
@@ -209,12 +225,33 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     fs::create_directories(earlier);
     std::ofstream(earlier / session) << SignedInSession();
     std::ofstream(earlier / "fcp-install-id.txt") << installId;
-    std::ofstream(earlier / dismissal) << R"({"version":"1.3.0","until":4e9})";
+    // Ends within a day: one ending further ahead was made while the clock ran fast, and is over.
+    std::ofstream(earlier / dismissal) << json{{"version", "1.3.0"}, {"until", std::time(nullptr) + 3600}};
   };
   const auto upgraded = [&] {
     const std::string left = fs::exists(home_ / "Library") ? " and the old folder" : "";
     EXPECT_EQ(ReadWholeFile(State("fcp-install-id.txt")) + left, installId);
   };
+  // One release's manifest and its signature, as published or not: only the one that verifies is used.
+  const std::string forcing =
+      R"({"hosts":{"fcp":{"version":"1.3.0","force_below":"9.0.0","download_linux":"http://127.0.0.1/new.zip"}}})";
+  // `signature`: none for the backend's own, "" for its signature of `forcing` laid beside the manifest, else a text.
+  const auto published = [&](std::optional<std::string> signature, const std::string& manifest) {
+    return [&, signature, manifest] {
+      fs::remove(opened_);
+      std::ofstream(dir_ / "latest.json") << forcing;
+      if (signature) {
+        auto signedNow = httplib::Client("127.0.0.1", backend_->Port()).Get("/orvistelle/vask/latest.json.sig");
+        std::ofstream(dir_ / "latest.json.sig") << (signature->empty() && signedNow ? signedNow->body : *signature);
+      }
+      std::ofstream(dir_ / "latest.json") << manifest;
+    };
+  };
+  const auto opens = [&](const std::string& path) {
+    return [&, path] { EXPECT_EQ(Opened(), (path[0] == '/' ? proxy_.BaseURL() : "") + path + "\n"); };
+  };
+  const std::string fallback = "/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb", bad = "update check: bad";
+  const std::vector<std::string> refused = {"exit=0", "forced=0", "latest=", "[Orvistelle] " + bad + " signature"};
   const std::string version = std::string("=") + config::kVersion, padding(platform::kMaxResponseBytes, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
@@ -251,10 +288,25 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       // The first refreshes at every pass, slowly: the other's sign-out reaches it with a refresh in flight.
       {"a sign-out in another host", [&] { signedInWith(60, 10)(), tokenDelayMs_ = 500; }, {"report", "2000"},
        {"exit=0", "status=Signed out", "session=0"}, [&] { EXPECT_FALSE(fs::exists(State(session))); }, 1, 1, 2,
-       {"logout", "800"}},
+       {"signout", "800"}},
       // Retried at once, the refresh gets the successor again; at the next pass it would be too late.
       {"an answer withheld after rotation", [&] { signedInWith(60, 3)(), withheld_ = 1; }, {"report", "4500"},
        {"exit=0", "error=0", "session=1"}, [&] { whole(true); }, 4000},
+      {"a signed manifest", published(std::nullopt, forcing), {"open", "0"}, {"exit=0", "forced=1", "latest=1.3.0"},
+       opens("http://127.0.0.1/new.zip")},
+      {"a wrong signature", published(std::string(86, 'A') + "==", forcing), {"open", "0"}, refused, opens(fallback)},
+      {"an unsigned manifest", [&] { StartBackend(3600, 10, false); published(std::nullopt, forcing)(); },
+       {"open", "0"}, refused, opens(fallback)},
+      {"a manifest changed by one byte after signing", published("", std::string(forcing).replace(54, 1, "1")),
+       {"open", "0"}, refused, opens(fallback)},
+      // The backend ends the session at once, so the refresh token left on this machine is no good anywhere.
+      {"a sign-out", signedInWith(3600, 10), {"logout", "3000"}, {"exit=0", "status=Signed out", "session=0"}, [&] {
+         const json token = {{"refresh_token", json::parse(held)["refresh_token"]}};
+         auto refresh = httplib::Client("127.0.0.1", backend_->Port())
+                            .Post("/auth/v1/token?grant_type=refresh_token", {{"apikey", config::kPublicApiKey}},
+                                  token.dump(), "application/json");
+         EXPECT_EQ(refresh ? refresh->status : 0, 400);
+       }},
   };
   for (const Row& row : rows) {
     for (int run = 0; run < row.runs; ++run) {

@@ -17,6 +17,7 @@
 
 #include "tools/devbackend/Download.h"
 #include "tools/devbackend/Jwt.h"
+#include "tools/devbackend/ManifestKey.h"
 #include "tools/devbackend/Pages.h"
 #include "tools/devbackend/Store.h"
 
@@ -116,6 +117,12 @@ std::string NewCsrfToken() {
   return Base64UrlEncode(std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes));
 }
 
+std::optional<std::string> ReadFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::nullopt;
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
 bool SameSecret(const std::string& given, const std::string& expected) {
   return given.size() == expected.size() && CRYPTO_memcmp(given.data(), expected.data(), given.size()) == 0;
 }
@@ -190,19 +197,26 @@ struct DevBackend::Impl {
     SendJson(res, 200, SessionJson(std::get<Grant>(rotated)));
   }
 
-  void CurrentUser(const httplib::Request& req, httplib::Response& res) {
-    if (!HasApiKey(req, res)) return;
+  // The session id of the bearer's access token; nothing, with the auth server's refusal sent, for any other request.
+  std::optional<std::string> BearerSession(const httplib::Request& req, httplib::Response& res) {
+    if (!HasApiKey(req, res)) return std::nullopt;
     std::string authorization = req.get_header_value("Authorization");
     if (authorization.rfind("Bearer ", 0) != 0) {
       SendJson(res, 401, AuthError(401, "no_authorization", "This endpoint requires a Bearer token"));
-      return;
+      return std::nullopt;
     }
     auto claims = VerifyHs256(authorization.substr(7), kDevelopmentSecret, Now());
     if (!claims || !(*claims)["session_id"].is_string()) {
       SendJson(res, 401, AuthError(401, "bad_jwt", "invalid JWT: unable to verify it, or it has expired"));
-      return;
+      return std::nullopt;
     }
-    auto user = store->UserOfSession((*claims)["session_id"].get<std::string>());
+    return (*claims)["session_id"].get<std::string>();
+  }
+
+  void CurrentUser(const httplib::Request& req, httplib::Response& res) {
+    std::optional<std::string> sessionId = BearerSession(req, res);
+    if (!sessionId) return;
+    auto user = store->UserOfSession(*sessionId);
     if (!user) {
       SendJson(res, 403, AuthError(403, "session_not_found", "Session from session_id claim in JWT does not exist"));
       return;
@@ -236,6 +250,19 @@ struct DevBackend::Impl {
     SendJson(res, 200, rows);
   }
 
+  // Sign-out as the auth server has it for scope=local: the session of the bearer's token ends, its refresh tokens
+  // with it. The other scopes are not needed by the app.
+  void Logout(const httplib::Request& req, httplib::Response& res) {
+    if (req.get_param_value("scope") != "local") {
+      SendJson(res, 400, AuthError(400, "validation_failed", "the development backend signs out with scope=local"));
+      return;
+    }
+    std::optional<std::string> sessionId = BearerSession(req, res);
+    if (!sessionId) return;
+    store->EndSessionNow(*sessionId);
+    res.status = 204;
+  }
+
   void Heartbeat(const httplib::Request& req, httplib::Response& res) {
     auto body = ParseShallowJson(req.body);
     if (!body.is_object()) {
@@ -261,6 +288,34 @@ struct DevBackend::Impl {
       SendJson(res, 404, {{"error", "no manifest at " + options.manifestPath.string()}});
     }
     RecordFetch(req, res);
+  }
+
+  std::filesystem::path PublishedSignaturePath() const { return options.manifestPath.string() + ".sig"; }
+
+  // A signature file beside the manifest is served as published, so that a release's files can be tried as they are;
+  // without one, the manifest is signed as it stands now.
+  void ManifestSignature(const httplib::Request& req, httplib::Response& res) {
+    std::optional<std::string> published = ReadFile(PublishedSignaturePath());
+    std::optional<std::string> manifest = ReadFile(options.manifestPath);
+    if (published || (manifest && options.signManifest)) {
+      res.status = 200;
+      res.set_content(published ? *published : manifestKey->Sign(*manifest) + "\n", "text/plain");
+    } else {
+      SendJson(res, 404, {{"error", "no signature: the backend was started not to sign the manifest"}});
+    }
+    RecordFetch(req, res);
+  }
+
+  std::string SignatureState() const {
+    std::optional<std::string> published = ReadFile(PublishedSignaturePath());
+    if (!published) {
+      return options.signManifest ? "signed with the development key at every request"
+                                  : "not signed: an app checking signatures ignores the manifest";
+    }
+    std::optional<std::string> manifest = ReadFile(options.manifestPath);
+    bool good = manifest && manifestKey->Verifies(*manifest, *published);
+    return "served from " + PublishedSignaturePath().string() +
+           (good ? ", which matches the manifest" : ", which does not match the manifest: the app ignores it");
   }
 
   void Download(const httplib::Request& req, httplib::Response& res) {
@@ -330,6 +385,8 @@ struct DevBackend::Impl {
                      options.dataDir.string(),
                      options.accessTokenLifetimeSeconds,
                      csrfToken,
+                     manifestKey->PublicKeyBase64(),
+                     SignatureState(),
                      store->RecentHeartbeats(kDevPageRows),
                      store->RecentFetches(kDevPageRows),
                      store->RecentSessions(kDevPageRows),
@@ -359,9 +416,11 @@ struct DevBackend::Impl {
     using Res = httplib::Response&;
     server.Post("/auth/v1/token", [this](Req req, Res res) { RefreshTokenGrant(req, res); });
     server.Get("/auth/v1/user", [this](Req req, Res res) { CurrentUser(req, res); });
+    server.Post("/auth/v1/logout", [this](Req req, Res res) { Logout(req, res); });
     server.Get("/rest/v1/auth_relay", [this](Req req, Res res) { AuthRelay(req, res); });
     server.Post("/console/v1/plugin/heartbeat", [this](Req req, Res res) { Heartbeat(req, res); });
     server.Get("/orvistelle/vask/latest.json", [this](Req req, Res res) { Manifest(req, res); });
+    server.Get("/orvistelle/vask/latest.json.sig", [this](Req req, Res res) { ManifestSignature(req, res); });
     server.Get("/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb", [this](Req req, Res res) { Download(req, res); });
     server.Get(std::string("/site") + kLanguagePrefix + "(/.*)?", [this](Req req, Res res) { SitePage(req, res); });
     server.Post(std::string("/site") + kLanguagePrefix + "/sign-in",
@@ -374,6 +433,7 @@ struct DevBackend::Impl {
 
   Options options;
   std::unique_ptr<Store> store;
+  std::unique_ptr<ManifestKey> manifestKey;
   const std::string download = StandInPackage();
   const std::string csrfToken = NewCsrfToken();
   httplib::Server server;
@@ -389,6 +449,8 @@ DevBackend::~DevBackend() { Stop(); }
 bool DevBackend::Start(std::string* error) {
   impl_->store = Store::Open(impl_->options.dataDir, error);
   if (!impl_->store) return false;
+  impl_->manifestKey = ManifestKey::LoadOrCreate(impl_->options.dataDir, error);
+  if (!impl_->manifestKey) return false;
   impl_->Routes();
   auto& server = impl_->server;
   const int wanted = impl_->options.port;
@@ -422,5 +484,7 @@ int DevBackend::Port() const { return impl_->port; }
 std::string DevBackend::BaseURL() const { return impl_->BaseURL(); }
 
 std::string DevBackend::FormToken() const { return impl_->csrfToken; }
+
+std::string DevBackend::UpdatePublicKey() const { return impl_->manifestKey->PublicKeyBase64(); }
 
 }  // namespace orvistelle::devbackend

@@ -1,5 +1,6 @@
-// A stand-in for the product's servers on loopback: auth (refresh-token grant, current user), the sign-in relay
-// table, the plug-in heartbeat, the update manifest and download, and the website and guide pages the app opens.
+// A stand-in for the product's servers on loopback: auth (refresh-token grant, current user, sign-out), the sign-in
+// relay table, the plug-in heartbeat, the update manifest, its signature and the download, and the website and guide
+// pages the app opens.
 // It speaks the dialect of the hosted services, so the client needs no development mode of its own.
 #pragma once
 
@@ -17,6 +18,7 @@ struct Options {
   int accessTokenLifetimeSeconds = 3600;
   std::function<double()> clock;  // seconds since 1970; the system clock when empty
   double reuseIntervalSeconds = 10;  // how long a spent refresh token still gets its successor
+  bool signManifest = true;  // serve latest.json.sig, signed with the development key, unless one lies beside it
 };
 
 class DevBackend {
@@ -33,6 +35,8 @@ class DevBackend {
   std::string BaseURL() const;
   // What the /dev page's forms carry and POST /dev/revoke requires: fresh at every start.
   std::string FormToken() const;
+  // Base64 of the key the manifest is signed with: what ORVISTELLE_DEV_UPDATE_KEY takes. Only once started.
+  std::string UpdatePublicKey() const;
 
  private:
   struct Impl;

@@ -184,6 +184,10 @@ std::string DevPage(const DevPageData& data) {
                      " s. The update manifest is read from <code>" + HtmlEscape(data.manifestPath) +
                      "</code> at every request; edit it to offer or force an update. Data lives in <code>" +
                      HtmlEscape(data.dataDir) + "</code>.</p>";
+  body += "<p>The manifest's signature (latest.json.sig): " + HtmlEscape(data.signatureState) +
+          ". Public key: <code id=\"update-key\">" + HtmlEscape(data.updatePublicKey) +
+          "</code>; a development build checks signatures with it when started with ORVISTELLE_DEV_UPDATE_KEY set "
+          "to it.</p>";
   body += "<h2>Heartbeats</h2>" + HeartbeatTable(data.heartbeats);
   body += "<h2>Update checks and downloads</h2>" + FetchTable(data.fetches);
   body += "<h2>Sessions</h2><p>A revoke takes effect at the app's next refresh: the access token it holds stays "

@@ -30,6 +30,8 @@ struct DevPageData {
   std::string dataDir;
   int tokenLifetimeSeconds = 0;
   std::string csrfToken;  // goes into every form, which the server checks on submission
+  std::string updatePublicKey;
+  std::string signatureState;
   std::vector<HeartbeatRow> heartbeats;
   std::vector<FetchRow> fetches;
   std::vector<SessionRow> sessions;

@@ -199,6 +199,11 @@ std::optional<User> Store::UserOfSession(const std::string& sessionId) {
   return User{find.Text(0), find.Text(1), find.Real(2)};
 }
 
+void Store::EndSessionNow(const std::string& sessionId) {
+  std::lock_guard lock(mutex_);
+  EndSession(sessionId);
+}
+
 std::optional<int> Store::RevokeSessions(const std::string& email) {
   std::lock_guard lock(mutex_);
   auto user = FindUserByEmail(email);

@@ -75,6 +75,8 @@ class Store {
   // token and its rightful owner cannot both go on.
   std::variant<Grant, RotateError> Rotate(const std::string& refreshToken, double now, double reuseInterval);
   std::optional<User> UserOfSession(const std::string& sessionId);
+  // Ends the session and every refresh token of it; nothing happens for an unknown one.
+  void EndSessionNow(const std::string& sessionId);
   // Ends every session of the user; nothing when no user has this e-mail.
   std::optional<int> RevokeSessions(const std::string& email);
 

@@ -13,6 +13,7 @@ class ManifestServer {
 
   std::string BaseURL() const { return server_.BaseURL(); }
   void Answer(int status, std::string body) { answer_.Set({status, std::move(body)}); }
+  void AnswerSignature(int status, std::string body) { signature_.Set({status, std::move(body)}); }
   void Hold() { holding_.lock(); }
   void Release() {
     if (holding_.owns_lock()) holding_.unlock();
@@ -21,6 +22,7 @@ class ManifestServer {
 
  private:
   platform::testing::Guarded<std::pair<int, std::string>> answer_{{404, ""}};
+  platform::testing::Guarded<std::pair<int, std::string>> signature_{{404, ""}};
   std::atomic<int> requests_ = 0;
   std::mutex gate_;
   std::unique_lock<std::mutex> holding_{gate_, std::defer_lock};
@@ -31,6 +33,9 @@ class ManifestServer {
       auto [status, body] = answer_.Get();
       response.status = status;
       response.set_content(body, "application/json");
+    });
+    server.Get("/orvistelle/vask/latest.json.sig", [this](const httplib::Request&, httplib::Response& response) {
+      std::tie(response.status, response.body) = signature_.Get();
     });
   }};
 };

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "orvistelle/FcpUpdate.h"
+#include "update/ManifestSignature.h"
 #include "update/UpdateTesting.h"
 #include "update/Version.h"
 #include "update/tests/TestSupport.h"
@@ -16,7 +17,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 constexpr double kSixHours = 21600.0;
-constexpr char kDirectPackage[] = "https://example.test/get/orvistelle-1.2.0.deb";
+constexpr char kDirectPackage[] = "https://127.0.0.1/get/orvistelle-1.2.0.deb";  // the download server's host
 
 TEST(CmpSemver, ComparesNumericallyAndSymmetrically) {
   const std::tuple<const char*, const char*, int> rows[] = {
@@ -32,6 +33,16 @@ TEST(CmpSemver, ComparesNumericallyAndSymmetrically) {
   int32_t part = 7;  // a missing output or an empty text is refused before anything is written
   EXPECT_FALSE(ParseSemver("1.2.3", nullptr, &part, &part) || ParseSemver("1.2.3", &part, &part, nullptr));
   EXPECT_TRUE(!ParseSemver("", &part, &part, &part) && part == 7);
+}
+
+TEST(IsVersion, TakesDigitGroupsAndALabelOnly) {
+  for (const char* version : {"1", "v1.2.3", "V2.0", "1.2.3-beta.1", "1.2.3+build-7", "1.2.3.4", "123456789.0"}) {
+    EXPECT_TRUE(IsVersion(version)) << version;
+  }
+  for (const char* garbage : {"", "v", "1.", ".1", "1..2", "1.2.3-", "1.2.3 ", " 1", "1.2.3\n[Orvistelle] x", "rc1",
+                              "-1", "1234567890", "1.2.3-be ta", "vv1", "1.2.x"}) {
+    EXPECT_FALSE(IsVersion(garbage)) << garbage;
+  }
 }
 
 std::string Manifest(const json& fcp) { return json{{"hosts", {{"fcp", fcp}}}, {"schema", 2}}.dump(); }
@@ -89,7 +100,8 @@ TEST_F(UpdateCheck, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
       {"1.0.0", "1.2.0", "1.1.0", true, false}, {"1.1.5", "1.2.0", "1.1.0", false, true},
       {"1.1.0", "1.2.0", "1.1.0", false, true}, {"1.2.0", "1.2.0", "1.3.0", true, false},
       {"1.3.0", "1.2.0", "", false, false},     {"v1.2", "1.2.0", "", false, false},
-      {std::nullopt, "0.0.1", "", false, true}, {std::nullopt, "", "0.1", true, false}};
+      {std::nullopt, "0.0.1", "", false, true}, {std::nullopt, "", "0.1", true, false},
+      {"1.0.0", "1.2.0", "1.1.0x", false, true}, {"1.0.0", "1.2.0\n", "", false, false}};  // not versions: ignored
   fakes.bundle.SetInfo("CFBundleVersion", "9.9.9");
   for (const auto& [installed, version, forceBelow, forced, soft] : offers) {
     fakes.bundle.SetInfo("CFBundleShortVersionString", installed);
@@ -113,25 +125,67 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
   EXPECT_FALSE(FcpUpdateSoftAvailable());
   fakes.clock.Advance(86399);
   EXPECT_TRUE(FcpUpdateSoftAvailable());
-  for (const char* content : {R"({"version":120,"until":"1800000000"})", "{"}) {
+  // A mistyped or broken file hides nothing, nor does an end further than a day ahead: the clock ran fast.
+  const std::string aYearAhead = json{{"version", "1.2.0"}, {"until", fakes.clock.Now() + 365 * 86400.0}}.dump();
+  for (const std::string& content : {std::string(R"({"version":120,"until":"1800000000"})"), std::string("{"),
+                                     aYearAhead}) {
     std::ofstream(file, std::ios::trunc) << content;
     SetUp();
     CheckLater(1);
-    EXPECT_TRUE(FcpUpdateSoftAvailable()) << content;  // a mistyped or broken file hides nothing
+    EXPECT_TRUE(FcpUpdateSoftAvailable()) << content;
   }
 }
 
-// Only what passes the web-address rule reaches the browser.
-TEST_F(UpdateCheck, OpenDownloadHandsOnlyAWebUrlToTheBrowser) {
-  const std::pair<std::string, bool> downloads[] = {{"HTTPS://Example.test/a%2fb.zip", true},
-                                                    {"http:/example.test/a.zip", false},
-                                                    {"https://example.test/a b.zip", false},
-                                                    {"javascript:alert(1)", false}};
+// The browser goes only to this product's own servers; any other download falls back to the fixed one.
+TEST_F(UpdateCheck, OpenDownloadSendsTheBrowserOnlyToThisProductsServers) {
+  const std::string own = "HTTPS://127.0.0.1:1/A-Z_09~.zip?q=1#f", plain = "http://127.0.0.1/get/a%20b.zip";
+  const std::pair<std::string, std::string> downloads[] = {
+      {own, own}, {plain, plain}, {"https://elsewhere.test/a.zip", package},
+      {"https://127.0.0.1.elsewhere.test/", package}, {"https://127.0.0.1@elsewhere.test/a.zip", package},
+      {"https://127.0.0.1/a b.zip", package}, {"ftp://127.0.0.1/a.zip", package}, {"http:/127.0.0.1/a.zip", package},
+      {"file:///etc/passwd", package}, {"javascript:alert(1)", package}};
   for (const auto& [url, opened] : downloads) {
     server.Answer(200, Manifest({{"version", "1.2.0"}, {"download_linux", url}}));
     CheckLater();
     FcpUpdateOpenDownload();
-    EXPECT_EQ(fakes.browser.Take().size(), opened ? 1u : 0u) << url;
+    EXPECT_EQ(fakes.browser.Take(), std::vector<std::string>{opened}) << url;
+  }
+}
+
+// Written by tools/sign-manifest: a manifest, its signature and the key's public half.
+constexpr char kSigned[] = "{\"hosts\":{\"fcp\":{\"version\":\"1.3.0\"}}}\n";
+constexpr char kSignature[] =
+    "pHLKbykxRkG6foLRD65TI5UWRuPfBfP4VxnwO4FFxkvrdpiW7j4Gde86CPDECKdYWCw7e12S0TGiw5wdGfbrBA==";
+constexpr char kKey[] = "McGWuzdt7rG6D5KwMaiSKmb7YzILQTFn6jjTwk/j8OA=";
+
+TEST(VerifyEd25519, TakesWhatTheReleaseToolWritesAndNothingElse) {
+  std::string altered = kSigned, flipped = kSignature;
+  altered[30] = '1';
+  flipped[10] = 'A';
+  const std::tuple<std::string, std::string, std::string, bool> rows[] = {
+      {kSigned, kSignature + std::string("\n"), kKey, true}, {altered, kSignature, kKey, false},
+      {kSigned, flipped, kKey, false}, {kSigned, kSignature, "11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo=", false},
+      {kSigned, std::string(kSignature).substr(0, 86), kKey, false}, {kSigned, kSignature, "", false},
+      {kSigned, std::string(kSignature).substr(0, 86) + "AAAAAA", kKey, false},  // the signature, then more
+      {kSigned, "", kKey, false}};
+  for (const auto& [manifest, signature, key, good] : rows) {
+    EXPECT_EQ(VerifyEd25519(manifest, signature, key), good) << manifest << signature << key;
+  }
+}
+
+// With a key, nothing of a manifest is used unless its signature verifies; a bad one is logged and tried again at
+// the next check.
+TEST_F(UpdateCheck, OnlyAManifestSignedWithTheKeyIsUsed) {
+  SetUpdatePublicKeyForTesting(kKey);
+  server.Answer(200, kSigned);
+  const std::string bad = "[Orvistelle] update check: bad signature";
+  const std::tuple<int, std::string, std::string, std::string> rows[] = {
+      {404, "", "", bad}, {200, "", "", bad}, {200, std::string(86, 'A') + "==", "", bad},
+      {200, kSignature, "1.3.0", "[Orvistelle] update check host=fcp latest=1.3.0 force_below="}};
+  for (const auto& [status, signature, latest, log] : rows) {
+    server.AnswerSignature(status, signature);
+    CheckLater();
+    EXPECT_EQ(std::pair(FcpUpdateLatestVersion(), fakes.log.Take()), std::pair(latest, std::vector{log})) << signature;
   }
 }
 

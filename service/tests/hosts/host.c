@@ -1,7 +1,8 @@
 /* A plug-in host linked to liborvistelle-service.so; prints "key=value" lines. No mode: a fresh process's state.
    "report <ms>": starts the services, waits for the manifest and a held session's e-mail, then <ms> more; "dismiss
-   <ms>" puts the update off too. "exit|kill <µs>": returns (four threads reading state) or SIGKILLs itself that soon.
-   "logout <ms>": starts nothing, signs out that late, as a window in another process would. */
+   <ms>" puts the update off too, "open <ms>" opens the download, "logout <ms>" signs out and waits. "signout <ms>":
+   starts nothing, signs out that late, as a window in another process would. "exit|kill <µs>": returns (four threads
+   reading state) or SIGKILLs itself that soon. */
 #define _GNU_SOURCE
 #include <pthread.h>
 #include <signal.h>
@@ -32,7 +33,7 @@ static void Settle(void) {
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "";
   const long number = argc > 2 ? strtol(argv[2], NULL, 10) : 0;
-  const int starts = argc > 1 && strcmp(mode, "logout") != 0;
+  const int starts = argc > 1 && strcmp(mode, "signout") != 0;
   srand((unsigned)getpid());
   for (int i = 0; strcmp(mode, "exit") == 0 && i < 4; ++i) {
     pthread_t reader;
@@ -46,6 +47,8 @@ int main(int argc, char** argv) {
   }
   if (starts) Settle();
   if (strcmp(mode, "dismiss") == 0) FcpServiceUpdateDismissSoft();
+  if (strcmp(mode, "open") == 0) FcpServiceUpdateOpenDownload();
+  if (strcmp(mode, "logout") == 0) FcpServiceLogout();
   usleep(number * 1000);
   if (!starts && argc > 1) FcpServiceLogout();
   printf("version=%s\nheaders=%s\nstatus=%s\nerror=%d\nbusy=%d\nemail=%s\n", FcpServiceVersion(),

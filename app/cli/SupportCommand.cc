@@ -14,7 +14,6 @@
 #include "app/Probes.h"
 #include "app/Setup.h"
 #include "orvistelle/BuildConfig.h"
-#include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
@@ -22,7 +21,7 @@
 #include "platform/InfoPlist.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
-#include "update/Report.h"
+#include "service/ServicesReport.h"
 
 namespace orvistelle::cli {
 namespace {
@@ -97,11 +96,9 @@ void PrintRows(const shell::Probes& probes) {
 
 // Whether a session is held (never a token) and what a check of the manifest finds now.
 nlohmann::json SessionAndUpdate() {
-  const update::UpdateReport update = update::CheckNowAndReport();
-  const char* kind = update.forced ? "required" : (update.soft ? "optional" : "none");
-  return {{"session", FcpAuthHasSession()},
-          {"update", {{"signature", update::SignatureStateName(update.signature)}, {"latest", update.latest},
-                      {"update", kind}}}};
+  const service::ServicesReport report = service::ReportServicesNow();
+  return {{"session", report.session},
+          {"update", {{"signature", report.signature}, {"latest", report.latest}, {"update", report.update}}}};
 }
 
 int Status(bool json) {

@@ -134,7 +134,6 @@ TEST(DiagnosticsLog, NoObjectAtItsPathHoldsUpACaller) {
     const int reader = ::open((temp.path() / log).c_str(), O_RDONLY | O_NONBLOCK);
     std::vector<std::string> lines;
     EXPECT_TRUE(ReturnsWithin(1s, [&lines] {
-      SetDiagnosticsFolder("");
       StartDiagnosticsLog();
       Diagnose("one");
       Log("two\n[Orvistelle] forged");
@@ -145,9 +144,9 @@ TEST(DiagnosticsLog, NoObjectAtItsPathHoldsUpACaller) {
               std::tuple(kept, Lines{"[Orvistelle] two\\n[Orvistelle] forged"}, false)) << name;
     ::close(reader);
     fs::remove_all(temp.path() / "orvistelle");
+    SetDiagnosticsFolder("");
   }
   unsetenv("XDG_STATE_HOME");
-  SetDiagnosticsFolder("");
 }
 
 // What may be requested or opened in the browser: an absolute web address with a host and nothing hiding in it.
@@ -236,10 +235,9 @@ TEST(HttpTransport, GoesThroughTheDesktopsProxyExceptForLoopbackAndExcludedHosts
       {"no_proxy", {envProxy, "no_proxy=orvistelle-origin.test"}, "", named, direct},
       {"loopback", {envProxy}, "", proxy.BaseURL() + "/land", direct},
       {"without libcurl", {envProxy}, "mount --bind /dev/null " + CurlFile() + " && ", named, "0  "}};
-  std::ofstream(temp.path() / "hosts") << "127.0.0.1 orvistelle-origin.test\n";
-  std::filesystem::create_directories(temp.path() / "glib-2.0/settings");
-  std::ofstream(temp.path() / "glib-2.0/settings/keyfile")
-      << "[system/proxy]\nmode='manual'\n[system/proxy/http]\nhost='127.0.0.1'\nport=" << port << "\n";
+  Lay(temp.path(), "hosts=127.0.0.1 orvistelle-origin.test\n");
+  Lay(temp.path(), "glib-2.0/settings/keyfile=[system/proxy]\nmode='manual'\n[system/proxy/http]\nhost='127.0.0.1'\n"
+                   "port=" + port);
   for (auto [name, environment, mounts, url, printed] : rows) {
     environment.insert(environment.end(), {"PATH=/usr/bin:/bin", "HOME=" + at, "XDG_CONFIG_HOME=" + at,
                                            "XDG_RUNTIME_DIR=" + at});

@@ -30,10 +30,7 @@ const char kDone[] = "Setup complete. Restart Final Cut Pro to see the effect.";
 class WindowTest : public ShellFixture {
  protected:
   void SetUp() override { gServiceCalls.clear(); }
-  void Build() {
-    delegate_.buildInfoView();
-    delegate_.refreshRegistrationStatus();
-  }
+  void Build() { delegate_.buildInfoView(), delegate_.refreshRegistrationStatus(); }
   template <class T = QWidget>
   T* View(const QString& name) {
     T* view = window_.findChild<T*>(name);
@@ -55,10 +52,9 @@ TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
   languages_.SetPreferred({"de-DE"});
   delegate_.applicationDidFinishLaunching();
   EXPECT_EQ(gServiceCalls, (Calls{"locale", "maintain"}));
-  EXPECT_EQ(window_.windowTitle(), "Orvistelle FCP Beauty");
-  EXPECT_EQ(Button()->text(), "Für Final Cut einrichten");
-  EXPECT_EQ(std::tuple(window_.minimumSize(), window_.maximumSize(), window_.windowFlags() & Qt::WindowMaximizeButtonHint),
-            std::tuple(QSize(360, 540), QSize(360, 540), Qt::WindowFlags()));
+  EXPECT_EQ(std::tuple(window_.windowTitle(), Button()->text(), window_.minimumSize(), window_.maximumSize()),
+            std::tuple("Orvistelle FCP Beauty", "Für Final Cut einrichten", QSize(360, 540), QSize(360, 540)));
+  EXPECT_FALSE(window_.windowFlags() & Qt::WindowMaximizeButtonHint);
   EXPECT_NEAR(View("tagline")->font().pointSizeF() * window_.logicalDpiY() / 72.0, 16.5, 0.01);
 }
 
@@ -107,7 +103,8 @@ INSTANTIATE_TEST_SUITE_P(AllProbeResults, DecisionTableTest, ::testing::Range(0,
 TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSeparators) {
   Build();
   QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&window_);
-  std::vector<std::pair<QAccessible::Role, QString>> heard;
+  using R = QAccessible::Role;
+  std::vector<std::pair<R, QString>> heard;
   for (int i = 0; i < window->childCount(); ++i) {
     heard.emplace_back(window->child(i)->role(), window->child(i)->text(QAccessible::Name));
     if (heard.back().first != QAccessible::Link) continue;
@@ -115,15 +112,13 @@ TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSepa
     window->child(i)->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
     for (const std::string& call : gServiceCalls) heard.back().second += " " + QString::fromStdString(call);
   }
-  using R = QAccessible::Role;
-  const std::vector<std::pair<QAccessible::Role, QString>> expected = {
+  EXPECT_EQ(heard, (decltype(heard){
       {R::Graphic, "Orvistelle FCP Beauty"}, {R::StaticText, "Orvistelle Final Cut Plugin"},
       {R::StaticText, "Plugin host: Needed"}, {R::StaticText, "Effect service: Ready"},
       {R::StaticText, "Motion template: Needed"}, {R::Button, "Set up for Final Cut"},
       {R::StaticText, "One tap finishes anything still marked above."}, {R::StaticText, "About"},
       {R::Graphic, "Orvistelle"}, {R::StaticText, "Version 0.1.0"}, {R::Link, "Website site"},
-      {R::Link, "Guide docs"}, {R::Link, "Terms terms"}, {R::Link, "Privacy Policy privacy"}};
-  EXPECT_EQ(heard, expected);
+      {R::Link, "Guide docs"}, {R::Link, "Terms terms"}, {R::Link, "Privacy Policy privacy"}}));
 }
 
 // The box the pixels of a wrapped text cover when it may grow downward without limit. Line boxes are not used: the
@@ -232,12 +227,13 @@ class Launch : public ::testing::Test {
                 (!listening || listen(held_, 4) == 0));
   }
   void HoldLock() { flock(held_ = open((SocketPath() += ".lock").c_str(), O_RDWR | O_CREAT, 0600), LOCK_EX); }
+  // Run as anyone but root, the root folder is another user's.
+  void GiveFolderAway() { runtime_ = chown(runtime_.c_str(), 65534, 65534) == 0 ? runtime_ : fs::path("/"); }
   fs::path SocketPath() const { return runtime_ / (std::string(config::kBundleIdentifier) + ".socket"); }
   // Peeks, so that what a copy said stays there for the next question.
   static bool Said(QProcess* app, const char* text) {
     return QTest::qWaitFor([&] { return app->peek(1 << 20).contains(text); }, kTimeoutMs);
   }
-  // The exit code of a copy that ended by itself (-1 if it did not), and all it said.
   static std::pair<int, QByteArray> Finished(QProcess* app) {
     const bool ended = app->waitForFinished(kTimeoutMs) && app->exitStatus() == QProcess::NormalExit;
     return {ended ? app->exitCode() : -1, app->readAll()};
@@ -262,33 +258,26 @@ TEST_F(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
   EXPECT_TRUE(Said(first, "support raise()") && first->state() == QProcess::Running);
 }
 
-struct Obstacle {
-  const char* name;
-  void (*arrange)(Launch& test);
-  const char* said;
-};
-
+// A name, what makes asking a running copy impossible, and what the app says about it.
+using Obstacle = std::tuple<const char*, void (*)(Launch&), const char*>;
 class LaunchObstacle : public Launch, public ::testing::WithParamInterface<Obstacle> {};
 
 // Where no running copy can be asked, the app starts all the same and says why.
 TEST_P(LaunchObstacle, StartsAnywayAndSaysWhy) {
-  GetParam().arrange(*this);
+  const auto& [name, arrange, why] = GetParam();
+  arrange(*this);
   QProcess* app = Start();
-  EXPECT_TRUE(Said(app, GetParam().said) && Said(app, "heartbeat failed") && app->state() == QProcess::Running);
+  EXPECT_TRUE(Said(app, why) && Said(app, "heartbeat failed") && app->state() == QProcess::Running);
 }
 
 const Obstacle kObstacles[] = {
     {"ForeignListener", [](Launch& test) { test.Bind(true); }, "something else listens at"},
     {"SilentCopy", [](Launch& test) { test.HoldLock(); }, "did not answer"},
-    {"FolderOpenToGroup", [](Launch& test) { fs::permissions(test.runtime_, fs::perms(0750)); }, "is open to other users"},
-    // Run as anyone but root, the root folder is another user's.
-    {"FolderOfAnotherUser",
-     [](Launch& test) {
-       if (chown(test.runtime_.c_str(), 65534, 65534) != 0) test.runtime_ = "/";
-     },
-     "belongs to another user"}};
+    {"FolderOpenToGroup", [](Launch& test) { fs::permissions(test.runtime_, fs::perms(0750)); },
+     "is open to other users"},
+    {"FolderOfAnotherUser", [](Launch& test) { test.GiveFolderAway(); }, "belongs to another user"}};
 INSTANTIATE_TEST_SUITE_P(Table, LaunchObstacle, ::testing::ValuesIn(kObstacles),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& info) { return std::string(std::get<0>(info.param)); });
 
 }  // namespace
 }  // namespace orvistelle::app

@@ -134,8 +134,7 @@ QRect WrappedInk(const QLabel* label, const QString& text) {
   painter.end();
   QRect ink;
   for (int y = 0; y < canvas.height(); ++y)
-    for (int x = 0; x < canvas.width(); ++x)
-      if (qAlpha(canvas.pixel(x, y)) != 0) ink |= QRect(x, y, 1, 1);
+    for (int x = 0; x < canvas.width(); ++x) ink |= qAlpha(canvas.pixel(x, y)) != 0 ? QRect(x, y, 1, 1) : QRect();
   return ink;
 }
 
@@ -165,11 +164,9 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
       {"templateCaption", {"shell.labelTemplate"}}, {"aboutCaption", {"settings.about"}},
       {"hostValueLabel", {"shell.stateReady", "shell.stateNeeded", "shell.stateMissing"}},
       {"actionButton", {"shell.actionSetup", "shell.actionRepair", "shell.actionWorking"}},
-      {"hintLabel",
-       {"shell.hintAllOk", "shell.hintSetup", "shell.hintXpc", "shell.actionWorking", "shell.actionDone",
-        "shell.registerPending", "shell.registerFailed", "shell.installTemplateFailed"}},
-      {"versionLabel", {"shell.version"}},
-  };
+      {"hintLabel", {"shell.hintAllOk", "shell.hintSetup", "shell.hintXpc", "shell.actionWorking", "shell.actionDone",
+                     "shell.registerPending", "shell.registerFailed", "shell.installTemplateFailed"}},
+      {"versionLabel", {"shell.version"}}};
   for (const char* tag : {"en", "zh-Hans-CN", "zh-Hant-TW", "ja-JP", "ko-KR", "pt-BR", "es-419", "de-DE"}) {
     UseLanguage(tag);
     Build();

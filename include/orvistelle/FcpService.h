@@ -59,7 +59,7 @@ FCP_SERVICE_EXPORT bool FcpServiceHasSession(void) FCP_SERVICE_NOEXCEPT;
 /* Opens the sign-in page in the browser and waits for the session in the background. Does nothing at all while
    an update is required (FcpServiceUpdateForced): the host shows the update instead. */
 FCP_SERVICE_EXPORT void FcpServiceLogin(void) FCP_SERVICE_NOEXCEPT;
-/* Forgets the session on this machine. */
+/* Forgets the session on this machine at once, and asks the backend in the background to end it. */
 FCP_SERVICE_EXPORT void FcpServiceLogout(void) FCP_SERVICE_NOEXCEPT;
 /* A sign-in is in progress. */
 FCP_SERVICE_EXPORT bool FcpServiceBusy(void) FCP_SERVICE_NOEXCEPT;

@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "platform/DiagnosticsLog.h"
+#include "platform/UniqueFd.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -18,27 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 std::error_code LastError() { return {errno, std::generic_category()}; }
-
-// Closes the descriptor when it goes out of scope.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  // Closes now, so that a failure to write back can be reported.
-  std::error_code Close() {
-    int fd = fd_;
-    fd_ = -1;
-    return ::close(fd) == 0 ? std::error_code() : LastError();
-  }
-
- private:
-  int fd_;
-};
 
 std::error_code WriteAll(int fd, std::string_view contents) {
   while (!contents.empty()) {
@@ -74,14 +54,16 @@ StateFileContents ReadBounded(int fd, size_t expected, size_t limit, const std::
 }
 
 // The new contents in a fresh, private file beside the target, flushed to the disk; its path, or the error.
-std::error_code WriteTemporary(const fs::path& target, std::string_view contents, std::string* temporary) {
+std::error_code WriteTemporary(const fs::path& target, std::string_view contents, mode_t mode,
+                               std::string* temporary) {
   std::string pattern = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-  Descriptor file(::mkostemp(pattern.data(), O_CLOEXEC | O_NOFOLLOW));  // with O_CREAT | O_EXCL, mode 0600
+  UniqueFd file(::mkostemp(pattern.data(), O_CLOEXEC | O_NOFOLLOW));  // with O_CREAT | O_EXCL, mode 0600
   if (file.get() < 0) return LastError();
   *temporary = pattern;
   if (std::error_code error = WriteAll(file.get(), contents)) return error;
+  if (mode != 0600 && ::fchmod(file.get(), mode) != 0) return LastError();
   if (::fsync(file.get()) != 0) return LastError();
-  return file.Close();
+  return file.Close() ? std::error_code() : LastError();
 }
 
 // A process killed between creating its temporary file and renaming it leaves that file behind. The next save of the
@@ -102,14 +84,14 @@ void RemoveStaleTemporaries(const fs::path& target) {
 
 // So that the rename itself survives a power cut; a failure here costs only that.
 void FlushFolder(const fs::path& folder) {
-  Descriptor directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  UniqueFd directory(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (directory.get() >= 0) ::fsync(directory.get());
 }
 
 }  // namespace
 
 StateFileContents ReadStateFileReporting(const std::string& path, size_t limit) {
-  Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info {};
   if (file.get() < 0 || ::fstat(file.get(), &info) != 0) return {std::nullopt, LastError()};
   if (!S_ISREG(info.st_mode)) {
@@ -124,10 +106,10 @@ std::optional<std::string> ReadStateFile(const std::string& path, size_t limit) 
   return ReadStateFileReporting(path, limit).contents;
 }
 
-std::error_code WriteStateFile(const std::string& path, std::string_view contents) {
+std::error_code WriteStateFile(const std::string& path, std::string_view contents, mode_t mode) {
   fs::path target(path);
   std::string temporary;
-  std::error_code error = WriteTemporary(target, contents, &temporary);
+  std::error_code error = WriteTemporary(target, contents, mode, &temporary);
   if (!error && ::rename(temporary.c_str(), path.c_str()) != 0) error = LastError();
   if (error) {
     if (!temporary.empty()) ::unlink(temporary.c_str());

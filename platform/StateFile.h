@@ -2,6 +2,8 @@
 // hostile file system object at their path nor a process killed halfway can hurt the process or lose the file.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -26,10 +28,10 @@ StateFileContents ReadStateFileReporting(const std::string& path, std::size_t li
 // The same, without the reason.
 std::optional<std::string> ReadStateFile(const std::string& path, std::size_t limit = kStateFileLimit);
 
-// Replaces the file whole: a new file, readable and writable by its owner alone, is written and flushed beside it,
-// then renamed over it. Readers and a process killed at any moment see the old contents or the new ones; a symbolic
+// Replaces the file whole: a new file, readable and writable by its owner alone unless `mode` says otherwise, is
+// written and flushed beside it, then renamed over it. Readers and a process killed at any moment see the old contents or the new ones; a symbolic
 // link at the path is replaced, never written through. On failure the old file is left as it was. Temporary files
 // that killed processes left beside the file are removed once they are a minute old.
-std::error_code WriteStateFile(const std::string& path, std::string_view contents);
+std::error_code WriteStateFile(const std::string& path, std::string_view contents, mode_t mode = 0600);
 
 }  // namespace orvistelle::platform

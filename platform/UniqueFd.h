@@ -21,6 +21,8 @@ class UniqueFd {
   UniqueFd(const UniqueFd&) = delete;
   UniqueFd& operator=(const UniqueFd&) = delete;
   int get() const { return fd_; }
+  // Closes now, so that a failure to write back can be reported: false, with errno set, when close fails.
+  bool Close() { return ::close(std::exchange(fd_, -1)) == 0; }
 
  private:
   int fd_;

@@ -91,31 +91,12 @@ std::optional<BundleEntry> DescribeBundle(const fs::path& bundle) {
   return BundleEntry{*identifier, std::move(*text)};
 }
 
-int WriteAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    ssize_t written = write(fd, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return -errno;
-    text.remove_prefix(static_cast<size_t>(written));
-  }
-  return 0;
-}
-
-// A reader sees the old file or the new one, never a part: a temporary file beside it, renamed over it.
-int WriteFileAtomically(const fs::path& folder, const std::string& name, std::string_view text) {
+// A desktop entry is read by every program of the desktop, so it is written as a state file readable by all.
+int WriteEntry(const fs::path& folder, const std::string& name, std::string_view text) {
   std::error_code error;
   fs::create_directories(folder, error);
-  if (error) return -error.value();
-  std::string temporary = (folder / ("." + name + ".XXXXXX")).string();
-  int fd = mkstemp(temporary.data());
-  if (fd < 0) return -errno;
-  int status = WriteAll(fd, text);
-  if (status == 0 && fchmod(fd, 0644) != 0) status = -errno;
-  if (status == 0 && fsync(fd) != 0) status = -errno;
-  if (close(fd) != 0 && status == 0) status = -errno;
-  if (status == 0 && rename(temporary.c_str(), (folder / name).c_str()) != 0) status = -errno;
-  if (status != 0) unlink(temporary.c_str());
-  return status;
+  if (!error) error = WriteStateFile((folder / name).string(), text, 0644);
+  return error ? -error.value() : 0;
 }
 
 class XdgAppDatabase final : public AppDatabase {
@@ -128,7 +109,7 @@ class XdgAppDatabase final : public AppDatabase {
     auto entry = DescribeBundle(bundlePath);
     if (!entry) return -ENOENT;
     if (Lists(entry->identifier, bundlePath)) return 0;
-    return WriteFileAtomically(ApplicationsFolder(DataHome()), entry->identifier + ".desktop", entry->text);
+    return WriteEntry(ApplicationsFolder(DataHome()), entry->identifier + ".desktop", entry->text);
   }
 
   int RunRegistrationTool(const std::string& bundlePath) override {
@@ -137,7 +118,7 @@ class XdgAppDatabase final : public AppDatabase {
     std::string staging = (fs::path(Variable("TMPDIR").value_or("/tmp")) / "orvistelle-entry-XXXXXX").string();
     if (mkdtemp(staging.data()) == nullptr) return -errno;
     const std::string fileName = entry->identifier + ".desktop";
-    int status = WriteFileAtomically(staging, fileName, entry->text);
+    int status = WriteEntry(staging, fileName, entry->text);
     if (status == 0) status = SpawnToolAndWait((fs::path(staging) / fileName).string());
     std::error_code ignored;
     fs::remove_all(staging, ignored);

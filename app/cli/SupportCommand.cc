@@ -285,11 +285,6 @@ int Run(const Invocation& invocation) {
   return Reset();
 }
 
-std::string RunningExecutable() {
-  std::error_code error;
-  return fs::read_symlink("/proc/self/exe", error).string();
-}
-
 }  // namespace
 
 std::string DefaultBundlePath(const std::string& executablePath, const std::string& installedRelative,
@@ -312,7 +307,8 @@ int SupportMain(const std::vector<std::string>& arguments) {
   // Refused before anything is looked at, so that no mistake further down can make an unconfirmed reset remove files.
   if (invocation->command == "reset" && !invocation->flag) return RefuseReset();
   const std::string bundlePath = invocation->bundle.value_or(
-      DefaultBundlePath(RunningExecutable(), ORVISTELLE_CLI_INSTALLED_BUNDLE, ORVISTELLE_CLI_BUNDLE_NAME));
+      DefaultBundlePath(platform::Seam<platform::Bundle>::Get().Main().executablePath, ORVISTELLE_CLI_INSTALLED_BUNDLE,
+                        ORVISTELLE_CLI_BUNDLE_NAME));
   if (!shell::IsDirectory(bundlePath)) {
     std::cerr << kProgram << ": no application bundle at " << bundlePath << "; name one with --bundle PATH\n";
     return 1;

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/Platform.h"
+#include "platform/SharedLibrary.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -28,21 +29,18 @@ class ShareLocks {
   std::array<std::mutex, kLocks> locks_;
 };
 
-template <typename Function>
-bool Find(void* library, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(dlsym(library, name));
-  return function != nullptr;
-}
-
 bool FindAll(void* library, CurlLibrary& curl) {
-  return Find(library, "curl_easy_init", curl.easyInit) && Find(library, "curl_easy_cleanup", curl.easyCleanup) &&
-         Find(library, "curl_easy_setopt", curl.easySetopt) && Find(library, "curl_easy_perform", curl.easyPerform) &&
-         Find(library, "curl_easy_getinfo", curl.easyGetinfo) &&
-         Find(library, "curl_easy_strerror", curl.easyStrerror) &&
-         Find(library, "curl_slist_append", curl.slistAppend) &&
-         Find(library, "curl_slist_free_all", curl.slistFreeAll) && Find(library, "curl_url", curl.url) &&
-         Find(library, "curl_url_cleanup", curl.urlCleanup) && Find(library, "curl_url_set", curl.urlSet) &&
-         Find(library, "curl_url_get", curl.urlGet) && Find(library, "curl_free", curl.free);
+  return FindFunction(library, "curl_easy_init", curl.easyInit) &&
+         FindFunction(library, "curl_easy_cleanup", curl.easyCleanup) &&
+         FindFunction(library, "curl_easy_setopt", curl.easySetopt) &&
+         FindFunction(library, "curl_easy_perform", curl.easyPerform) &&
+         FindFunction(library, "curl_easy_getinfo", curl.easyGetinfo) &&
+         FindFunction(library, "curl_easy_strerror", curl.easyStrerror) &&
+         FindFunction(library, "curl_slist_append", curl.slistAppend) &&
+         FindFunction(library, "curl_slist_free_all", curl.slistFreeAll) &&
+         FindFunction(library, "curl_url", curl.url) && FindFunction(library, "curl_url_cleanup", curl.urlCleanup) &&
+         FindFunction(library, "curl_url_set", curl.urlSet) && FindFunction(library, "curl_url_get", curl.urlGet) &&
+         FindFunction(library, "curl_free", curl.free);
 }
 
 // OpenSSL tears itself down from an exit handler. A host may return from main while this thread is still setting the
@@ -50,7 +48,7 @@ bool FindAll(void* library, CurlLibrary& curl) {
 // built on another TLS library has no such function, and needs nothing.
 void KeepOpenSslUntilTheProcessEnds(void* library) {
   decltype(&::OPENSSL_init_crypto) initCrypto = nullptr;
-  if (Find(library, "OPENSSL_init_crypto", initCrypto)) initCrypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+  if (FindFunction(library, "OPENSSL_init_crypto", initCrypto)) initCrypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
 }
 
 // The global set-up, and the share handle that lets every request reuse the pool's connections, DNS answers and
@@ -60,8 +58,9 @@ CURLSH* SetUp(void* library) {
   decltype(&::curl_global_init) globalInit = nullptr;
   decltype(&::curl_share_init) shareInit = nullptr;
   decltype(&::curl_share_setopt) shareSetopt = nullptr;
-  if (!Find(library, "curl_global_init", globalInit) || !Find(library, "curl_share_init", shareInit) ||
-      !Find(library, "curl_share_setopt", shareSetopt) || globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
+  if (!FindFunction(library, "curl_global_init", globalInit) ||
+      !FindFunction(library, "curl_share_init", shareInit) ||
+      !FindFunction(library, "curl_share_setopt", shareSetopt) || globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
     return nullptr;
   }
   CURLSH* share = shareInit();

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "platform/SharedLibrary.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -41,12 +42,12 @@ class DesktopProxies {
  private:
   static DesktopProxies* Load() {
     void* library = dlopen(kSoname, RTLD_NOW | RTLD_LOCAL);
-    auto find = [library](const char* name) { return library ? dlsym(library, name) : nullptr; };
-    auto newFactory = reinterpret_cast<decltype(&::px_proxy_factory_new)>(find("px_proxy_factory_new"));
+    decltype(&::px_proxy_factory_new) newFactory = nullptr;
     auto* proxies = new DesktopProxies();
-    proxies->getProxies_ = reinterpret_cast<decltype(getProxies_)>(find("px_proxy_factory_get_proxies"));
-    proxies->freeProxies_ = reinterpret_cast<decltype(freeProxies_)>(find("px_proxy_factory_free_proxies"));
-    if (newFactory && proxies->getProxies_ && proxies->freeProxies_ && (proxies->factory_ = newFactory())) {
+    if (FindFunction(library, "px_proxy_factory_new", newFactory) &&
+        FindFunction(library, "px_proxy_factory_get_proxies", proxies->getProxies_) &&
+        FindFunction(library, "px_proxy_factory_free_proxies", proxies->freeProxies_) &&
+        (proxies->factory_ = newFactory()) != nullptr) {
       return proxies;
     }
     Log(std::string("The desktop's proxy settings are unavailable (") + kSoname +

@@ -9,6 +9,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/SharedLibrary.h"
+
 namespace orvistelle::update {
 namespace {
 
@@ -29,24 +31,19 @@ struct Crypto {
   decltype(&EVP_DigestVerify) verify = nullptr;
 };
 
-template <class Function>
-bool Bind(void* library, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(dlsym(library, name));
-  return function != nullptr;
-}
-
 std::optional<Crypto> LoadCrypto() {
   void* library = dlopen("libcrypto.so.3", RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) return std::nullopt;
   Crypto crypto;
-  bool bound = Bind(library, "OPENSSL_init_crypto", crypto.init) &&
-               Bind(library, "OPENSSL_thread_stop", crypto.threadStop) &&
-               Bind(library, "EVP_DecodeBlock", crypto.decodeBlock) &&
-               Bind(library, "EVP_PKEY_new_raw_public_key", crypto.newRawPublicKey) &&
-               Bind(library, "EVP_PKEY_free", crypto.freeKey) && Bind(library, "EVP_MD_CTX_new", crypto.newContext) &&
-               Bind(library, "EVP_MD_CTX_free", crypto.freeContext) &&
-               Bind(library, "EVP_DigestVerifyInit", crypto.verifyInit) &&
-               Bind(library, "EVP_DigestVerify", crypto.verify);
+  bool bound = platform::FindFunction(library, "OPENSSL_init_crypto", crypto.init) &&
+               platform::FindFunction(library, "OPENSSL_thread_stop", crypto.threadStop) &&
+               platform::FindFunction(library, "EVP_DecodeBlock", crypto.decodeBlock) &&
+               platform::FindFunction(library, "EVP_PKEY_new_raw_public_key", crypto.newRawPublicKey) &&
+               platform::FindFunction(library, "EVP_PKEY_free", crypto.freeKey) &&
+               platform::FindFunction(library, "EVP_MD_CTX_new", crypto.newContext) &&
+               platform::FindFunction(library, "EVP_MD_CTX_free", crypto.freeContext) &&
+               platform::FindFunction(library, "EVP_DigestVerifyInit", crypto.verifyInit) &&
+               platform::FindFunction(library, "EVP_DigestVerify", crypto.verify);
   if (!bound || crypto.init(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1) return std::nullopt;
   return crypto;
 }

@@ -1,7 +1,6 @@
 #include "platform/InfoPlist.h"
 
-#include <fstream>
-#include <sstream>
+#include "platform/StateFile.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -106,11 +105,9 @@ std::optional<std::map<std::string, std::string>> ParseInfoPlist(std::string_vie
 }
 
 std::optional<std::map<std::string, std::string>> ReadInfoPlist(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
-  std::ostringstream text;
-  text << file.rdbuf();
-  return ParseInfoPlist(text.str());
+  std::optional<std::string> text = ReadStateFile(path);
+  if (!text) return std::nullopt;
+  return ParseInfoPlist(*text);
 }
 
 }  // namespace orvistelle::platform

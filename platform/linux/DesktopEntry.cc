@@ -1,7 +1,6 @@
 #include "platform/linux/DesktopEntry.h"
 
-#include <fstream>
-#include <sstream>
+#include "platform/StateFile.h"
 
 namespace orvistelle::platform {
 namespace {
@@ -116,12 +115,11 @@ std::optional<std::map<std::string, std::string>> ParseDesktopEntry(std::string_
 }
 
 std::optional<std::map<std::string, std::string>> ReadDesktopEntry(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
-  std::ostringstream text;
-  text << file.rdbuf();
-  if (file.bad()) return std::nullopt;
-  return ParseDesktopEntry(text.str());
+  // Other programs' entries carry every translation of their names; none comes near this.
+  constexpr std::size_t kLimit = 1024 * 1024;
+  std::optional<std::string> text = ReadStateFile(path, kLimit);
+  if (!text) return std::nullopt;
+  return ParseDesktopEntry(*text);
 }
 
 std::string EscapeDesktopValue(std::string_view value) {

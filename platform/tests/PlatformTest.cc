@@ -16,6 +16,7 @@
 #include "platform/LogText.h"
 #include "platform/SupportFolder.h"
 #include "platform/WebUrl.h"
+#include "platform/linux/DesktopEntry.h"
 #include "platform/testing/ChildProcess.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
@@ -113,6 +114,20 @@ bool ReturnsWithin(std::chrono::milliseconds limit, std::function<void()> call) 
     done->set_value();
   }).detach();
   return returned.wait_for(limit) == std::future_status::ready;
+}
+
+// Another program's files may be anything: a pipe or a folder where a property list or a desktop entry should be
+// holds up no caller and reads as nothing.
+TEST(InfoPlist, APipeOrAFolderAtThePathReadsAsNothingAtOnce) {
+  testing::TempDir temp;
+  for (const std::string layout : {"pipe|", "folder"}) {
+    Lay(temp.path(), layout);
+    const std::string path = temp.path() / layout.substr(0, layout.find('|'));
+    std::optional<std::map<std::string, std::string>> plist = {{}}, entry = {{}};
+    EXPECT_TRUE(ReturnsWithin(1s, [&] { plist = ReadInfoPlist(path), entry = ReadDesktopEntry(path); })) << layout;
+    EXPECT_FALSE(plist) << layout;
+    EXPECT_FALSE(entry) << layout;
+  }
 }
 
 // Whatever lies at the log's paths, no caller waits on it, and nothing is written into it: the lines are lost. A

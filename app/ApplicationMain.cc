@@ -5,8 +5,8 @@
 #include <QIcon>
 #include <QPixmap>
 #include <QTimer>
+#include <cstdio>
 #include <functional>
-#include <iostream>
 
 #include "app/Setup.h"
 #include "app/Images.h"
@@ -84,7 +84,7 @@ ServiceCalls ProductServices() {
 int ApplicationMain(int argc, char** argv) {
   // Without a display the platform plug-in would abort with a page of advice meant for Qt developers.
   if (!HasDisplay()) {
-    std::cerr << kWindowTitle << " needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n";
+    std::fprintf(stderr, "%s needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n", kWindowTitle);
     return 1;
   }
   platform::StartDiagnosticsLog();

@@ -5,9 +5,9 @@
 #include <QSocketNotifier>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <iostream>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -98,7 +98,7 @@ Reply AskToRaise(const QByteArray& path, bool copyRuns) {
 }
 
 bool StartAlone(const std::string& why) {
-  std::cerr << kWindowTitle << ": cannot reach a running copy (" << why << "); starting a new one.\n";
+  std::fprintf(stderr, "%s: cannot reach a running copy (%s); starting a new one.\n", kWindowTitle, why.c_str());
   return false;
 }
 

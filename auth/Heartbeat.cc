@@ -3,8 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <iomanip>
-#include <sstream>
+#include <cstdio>
 
 #include "auth/Background.h"
 #include "auth/Files.h"
@@ -65,10 +64,10 @@ std::string UtcDay(double seconds) {
   using namespace std::chrono;
   auto moment = sys_seconds(std::chrono::seconds(static_cast<int64_t>(std::floor(seconds))));
   year_month_day day(floor<days>(moment));
-  std::ostringstream text;
-  text << std::setfill('0') << std::setw(4) << static_cast<int>(day.year()) << '-' << std::setw(2)
-       << static_cast<unsigned>(day.month()) << '-' << std::setw(2) << static_cast<unsigned>(day.day());
-  return text.str();
+  char text[sizeof "-2147483648-12-31"];
+  std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
+                static_cast<unsigned>(day.day()));
+  return text;
 }
 
 void ReportHeartbeatIfNeeded() {

@@ -79,7 +79,7 @@ QImage BundleImage(const QString& name) {
   const std::string resources = platform::Seam<platform::Bundle>::Get().Main().resourcePath;
   if (resources.empty()) return {};
   const QString scale = qApp->devicePixelRatio() > 1 ? "@2x" : "";
-  return ReadPng(QString::fromStdString(resources) + "/" + name + scale + ".png");
+  return ReadPixels(QString::fromStdString(resources) + "/" + name + scale + ".pixels");
 }
 
 QImage ApplicationIconImage() {

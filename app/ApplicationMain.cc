@@ -54,8 +54,8 @@ void MaintainAfterFirstFrame() { new AfterFirstFrame(FcpServiceMaintain); }
 // and converted for the window manager.
 QIcon WindowIcon(const QString& resources) {
   QIcon icon;
-  icon.addPixmap(QPixmap::fromImage(ReadPng(resources + "/AppIcon-64.png")));
-  if (qApp->devicePixelRatio() > 1) icon.addPixmap(QPixmap::fromImage(ReadPng(resources + "/AppIcon-128.png")));
+  icon.addPixmap(QPixmap::fromImage(ReadPixels(resources + "/AppIcon-64.pixels")));
+  if (qApp->devicePixelRatio() > 1) icon.addPixmap(QPixmap::fromImage(ReadPixels(resources + "/AppIcon-128.pixels")));
   return icon;
 }
 

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "app/AppDelegate.h"
+#include "app/Images.h"
 #include "app/tests/ShellFixture.h"
 #include "orvistelle/BuildConfig.h"
 
@@ -100,6 +101,30 @@ TEST_P(DecisionTableTest, PaintsRowsButtonAndHintFromTheProbesAndReturnSetsUp) {
 INSTANTIATE_TEST_SUITE_P(AllProbeResults, DecisionTableTest, ::testing::Range(0, 8));
 
 // Each link, pressed as a screen reader presses it, opens only its page.
+// The window's images are the pixels drawn from the SVG sources, premultiplied, at the sizes the views show them; a
+// file that is not such an image, whole, reads as nothing.
+TEST(Images, PixelFilesHoldTheDrawnImagesAndAnythingElseReadsAsNothing) {
+  const QString resources = ORVISTELLE_TEST_APP_BUNDLE "/Contents/Resources/";
+  for (const QString name : {"AppIcon-64", "AppIcon-128", "AppIcon-68", "AppIcon-68@2x", "logo-dark", "logo-dark@2x"}) {
+    const QImage drawn = QImage(ORVISTELLE_TEST_DRAWN_IMAGES "/" + name + ".png", "PNG");
+    EXPECT_FALSE(drawn.isNull()) << name.toStdString();
+    EXPECT_EQ(ReadPixels(resources + name + ".pixels"), drawn.convertToFormat(QImage::Format_ARGB32_Premultiplied))
+        << name.toStdString();
+  }
+  const std::string good = ReadWholeFile((resources + "AppIcon-64.pixels").toStdString());
+  const std::string wide = good.substr(0, 4) + std::string("\x01\x04\0\0\x01\0\0\0", 8) + std::string(4 * 1025, 'p');
+  const std::pair<const char*, std::string> rows[] = {{"cut short", good.substr(0, good.size() - 1)},
+                                                      {"one byte more", good + "p"},
+                                                      {"another kind of file", "X" + good.substr(1)},
+                                                      {"no width", good.substr(0, 4) + std::string(8, '\0')},
+                                                      {"wider than any image", wide}};
+  platform::testing::TempDir temp;
+  for (const auto& [name, bytes] : rows) {
+    WriteFile(temp.path() / "image.pixels", bytes);
+    EXPECT_TRUE(ReadPixels(QString::fromStdString(temp.path() / "image.pixels")).isNull()) << name;
+  }
+}
+
 TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSeparators) {
   Build();
   QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&window_);

@@ -11,6 +11,7 @@
 #include "auth/Http.h"
 #include "auth/Json.h"
 #include "auth/Session.h"
+#include "auth/SessionFileLock.h"
 #include "auth/Settings.h"
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <regex>
 
+#include "auth/AccessClaims.h"
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"

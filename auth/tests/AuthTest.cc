@@ -297,9 +297,8 @@ TEST_F(AuthTest, RequestsThatCannotBeMadeGiveStatusZeroAtOnce) {
   const std::string base = backend.BaseURL(), userInfo = "http://u:p@" + base.substr(std::strlen("http://"));
   for (const auto& [url, token] : std::vector<std::pair<std::string, std::string>>{
            {base + "/a b", ""}, {"ftp://h/x", ""}, {userInfo + "/x", ""}, {base + "/x", "token\r\nX-Injected: 1"}}) {
-    int64_t status = -1;
-    std::optional<std::string> answer = Http("GET", url, token, std::nullopt, "", &status);
-    EXPECT_EQ(answer.value_or("none") + " " + std::to_string(status), "none 0") << url;
+    HttpAnswer answer = Http("GET", url, token, std::nullopt, "");
+    EXPECT_EQ(answer.body.value_or("none") + " " + std::to_string(answer.status), "none 0") << url;
   }
   EXPECT_TRUE(backend.Seen("/x").empty());
 }

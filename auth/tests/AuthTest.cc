@@ -48,8 +48,8 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   for (const auto& [contents, email, expiry] : rows) {
     ClearSessionState();
     Write("fcp-session.json", contents.is_string() ? contents.get<std::string>() : Dump(contents));
-    EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthEmail(), CurrentSession().expiresAt}),
-              (std::tuple{expiry >= 0, email, std::max(expiry, 0.0)})) << Dump(contents);
+    EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthSignedIn(), FcpAuthEmail(), CurrentSession().expiresAt}),
+              (std::tuple{expiry >= 0, expiry >= 0, email, std::max(expiry, 0.0)})) << Dump(contents);
   }
 }
 

@@ -22,9 +22,10 @@ struct HttpAnswer {
   std::optional<std::string> body;  // present exactly when an answer came (possibly empty)
 };
 
-// Sends the request above and blocks for at most 22 s, giving up after `idle` of silence. Never retries, never logs.
+// Sends the request above and blocks for at most its whole wait, giving up after its silence or `shorterIdle`,
+// whichever is shorter. Never retries, never logs.
 HttpAnswer Http(std::string_view method, std::string_view url, std::string_view bearerToken,
                 const std::optional<std::string>& body, std::string_view apiKey,
-                std::chrono::milliseconds idle = std::chrono::seconds(20));
+                std::optional<std::chrono::milliseconds> shorterIdle = std::nullopt);
 
 }  // namespace orvistelle::auth

@@ -70,17 +70,21 @@ bool TakeFileLock(int* fd) {
   return LockWithin(*fd, wait) != EWOULDBLOCK;
 }
 
-}  // namespace
-
-SessionFileLock::SessionFileLock() {
+// Takes the lock for this thread, and the file's lock when this thread does not hold it yet; whether the file's
+// lock is held.
+bool Enter() {
   FileLockState& state = FileLock();
   state.mutex.lock();
   if (state.depth++ == 0) {
     EnsureDir();
     state.held = TakeFileLock(&state.fd);
   }
-  held_ = state.held;
+  return state.held;
 }
+
+}  // namespace
+
+SessionFileLock::SessionFileLock() : held_(Enter()) {}
 
 SessionFileLock::~SessionFileLock() {
   FileLockState& state = FileLock();

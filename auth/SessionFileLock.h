@@ -18,7 +18,7 @@ class SessionFileLock {
   bool Held() const { return held_; }
 
  private:
-  bool held_ = false;
+  const bool held_;
 };
 
 }  // namespace orvistelle::auth

@@ -29,6 +29,15 @@ const Reply kRotated{200, R"({"access_token":"a2","refresh_token":"r2"})"};
 
 Reply Row(const Json& payload) { return {200, Dump(Json::array({{{"session_payload", payload}}}))}; }
 
+// The settings read the development overrides once, when first needed: so only the ctest entry of that name, which
+// starts a process with them in its environment, checks them.
+TEST(DevOverridesAtStart, ReplaceTheEndpointsAndTheTimer) {
+  if (config::kReleaseBuild || std::getenv("ORVISTELLE_DEV_TIMER_MS") == nullptr) GTEST_SKIP();
+  AuthSettings s = CurrentSettings();
+  EXPECT_EQ(std::tuple(s.authBaseURL, s.apiBaseURL, s.timerFirstDelay, s.timerPeriod),
+            std::tuple("http://127.0.0.1:9", "http://127.0.0.1:9", 250ms, 250ms));
+}
+
 // Only a file with both tokens loads. E-mail and expiry come from the file when usable, else from the token's claims.
 TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   const auto tokens = [](const std::string& access) { return Json{{"access_token", access}, {"refresh_token", "r"}}; };

@@ -8,14 +8,8 @@ namespace {
 // A malformed signature or token must be refused whole, never read in part.
 TEST(Base64, DecodesOnlyWhatTheAlphabetAndPaddingRuleAllow) {
   using enum Base64Padding;
-  struct Row {
-    const char* name;
-    std::string_view text;
-    bool url;
-    Base64Padding padding;
-    std::optional<std::string> bytes;
-  };
-  const Row rows[] = {
+  // Name, text, whether in the URL-safe alphabet, padding rule, bytes.
+  const std::tuple<const char*, std::string_view, bool, Base64Padding, std::optional<std::string>> rows[] = {
       {"empty", "", false, kRequired, ""}, {"whole group", "TWFu", false, kRequired, "Man"},
       {"two padding", "TQ==", false, kRequired, "M"}, {"one padding", "TWE=", false, kRequired, "Ma"},
       {"required padding missing", "TWE", false, kRequired, {}}, {"past the group", "TWFu====", false, kRequired, {}},
@@ -26,9 +20,8 @@ TEST(Base64, DecodesOnlyWhatTheAlphabetAndPaddingRuleAllow) {
       {"forbidden padding", "TWE=", true, kForbidden, {}}, {"lone last character", "TWFuT", true, kForbidden, {}},
       {"optional absent", "TWE", true, kOptional, "Ma"}, {"optional in part", "TQ=", true, kOptional, "M"},
       {"optional past the group", "TWE==", true, kOptional, {}}};
-  for (const Row& row : rows) {
-    EXPECT_EQ(row.url ? DecodeBase64Url(row.text, row.padding) : DecodeBase64(row.text, row.padding), row.bytes)
-        << row.name;
+  for (const auto& [name, text, url, padding, bytes] : rows) {
+    EXPECT_EQ(url ? DecodeBase64Url(text, padding) : DecodeBase64(text, padding), bytes) << name;
   }
 }
 

@@ -43,8 +43,7 @@ std::string HeartbeatBody(const std::string& installId) {
 }
 
 void SendHeartbeat(const std::string& body, const std::string& day) {
-  int64_t status = 0;
-  Http("POST", CurrentSettings().apiBaseURL + "/console/v1/plugin/heartbeat", "", body, "", &status);
+  int64_t status = Http("POST", CurrentSettings().apiBaseURL + "/console/v1/plugin/heartbeat", "", body, "").status;
   if (status == 200) {
     EnsureDir();
     WriteStateFile(HeartbeatDayPath(), day);  // should this fail, the next pass reports again

@@ -36,14 +36,13 @@ std::optional<platform::HttpRequest> BackendRequest(std::string_view method, std
   return request;
 }
 
-std::optional<std::string> Http(std::string_view method, std::string_view url, std::string_view bearerToken,
-                                const std::optional<std::string>& body, std::string_view apiKey, int64_t* status,
-                                std::chrono::milliseconds idle) {
+HttpAnswer Http(std::string_view method, std::string_view url, std::string_view bearerToken,
+                const std::optional<std::string>& body, std::string_view apiKey,
+                std::optional<std::chrono::milliseconds> shorterIdle) {
   std::optional<platform::HttpRequest> request = BackendRequest(method, url, bearerToken, body, apiKey);
-  if (request) request->idle = std::min(idle, request->idle);
+  if (request && shorterIdle) request->idle = std::min(*shorterIdle, request->idle);
   platform::HttpResponse response = request ? platform::HttpSend(*request) : platform::HttpResponse{};
-  if (status != nullptr) *status = response.status;
-  return std::move(response.body);
+  return {response.status, std::move(response.body)};
 }
 
 }  // namespace orvistelle::auth

@@ -17,11 +17,15 @@ std::optional<platform::HttpRequest> BackendRequest(std::string_view method, std
                                                     std::string_view bearerToken,
                                                     const std::optional<std::string>& body, std::string_view apiKey);
 
-// Sends the request above and blocks for at most 22 s, giving up after `idle` of silence. Writes the HTTP status
-// through `status` when given (0 when no answer came, the URL was not valid included) and returns the body, if any.
-// Never retries, never logs.
-std::optional<std::string> Http(std::string_view method, std::string_view url, std::string_view bearerToken,
-                                const std::optional<std::string>& body, std::string_view apiKey, int64_t* status,
-                                std::chrono::milliseconds idle = std::chrono::seconds(20));
+struct HttpAnswer {
+  int64_t status = 0;               // 0 when no answer came, the URL was not valid included
+  std::optional<std::string> body;  // present exactly when an answer came (possibly empty)
+};
+
+// Sends the request above and blocks for at most its whole wait, giving up after its silence or `shorterIdle`,
+// whichever is shorter. Never retries, never logs.
+HttpAnswer Http(std::string_view method, std::string_view url, std::string_view bearerToken,
+                const std::optional<std::string>& body, std::string_view apiKey,
+                std::optional<std::chrono::milliseconds> shorterIdle = std::nullopt);
 
 }  // namespace orvistelle::auth

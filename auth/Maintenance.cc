@@ -11,6 +11,7 @@
 #include "auth/Http.h"
 #include "auth/Json.h"
 #include "auth/Session.h"
+#include "auth/SessionFileLock.h"
 #include "auth/Settings.h"
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
@@ -162,9 +163,11 @@ RefreshOutcome RefreshAccess() {
     return outcome;
   }
   AuthSettings settings = CurrentSettings();
-  std::optional<Json> answer = JsonObject(Http("POST", settings.authBaseURL + "/auth/v1/token?grant_type=refresh_token",
-                                               config::kPublicApiKey, Dump({{"refresh_token", held.session.refresh}}),
-                                               config::kPublicApiKey, &outcome.status, settings.refreshIdle));
+  std::string url = settings.authBaseURL + "/auth/v1/token?grant_type=refresh_token";
+  HttpAnswer reply = Http("POST", url, config::kPublicApiKey, Dump({{"refresh_token", held.session.refresh}}),
+                          config::kPublicApiKey, settings.refreshIdle);
+  outcome.status = reply.status;
+  std::optional<Json> answer = JsonObject(reply.body);
   State().lastRefreshStatus.store(outcome.status);
   std::optional<std::string> access = answer ? NonEmptyStringMember(*answer, "access_token") : std::nullopt;
   if (outcome.status != 200 || !access) return outcome;
@@ -181,11 +184,11 @@ int64_t LastRefreshStatus() { return State().lastRefreshStatus.load(); }
 void FetchEmailIfNeeded() {
   SessionSnapshot held = SnapshotSession();
   if (!held.session.email.empty() || held.session.access.empty()) return;
-  int64_t status = 0;
-  std::optional<Json> answer = JsonObject(Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user",
-                                               held.session.access, std::nullopt, config::kPublicApiKey, &status));
+  HttpAnswer reply = Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user", held.session.access, std::nullopt,
+                          config::kPublicApiKey);
+  std::optional<Json> answer = JsonObject(reply.body);
   std::optional<std::string> email = answer ? NonEmptyStringMember(*answer, "email") : std::nullopt;
-  if (status == 200 && email) SaveEmail(*email, held.generation);
+  if (reply.status == 200 && email) SaveEmail(*email, held.generation);
 }
 
 void MarkSessionExpired(uint32_t generation) {

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace orvistelle::auth {
 
@@ -32,19 +31,11 @@ SessionSnapshot SnapshotSession();
 // Stores the e-mail and saves, only while `generation` is current; an e-mail that is not showable is ignored.
 void SaveEmail(const std::string& email, uint32_t generation);
 
-std::string SessionPath();
 // Takes the session from the file, but only a file holding both tokens changes anything, and only while no
 // sign-out has happened since the read began.
 void LoadSession();
 // Writes the session file; a failure shows as the status line while the session stays in memory.
 void SaveSession();
-
-struct AccessClaims {
-  std::string email;  // "email", else "user_metadata"."email"; empty when neither is a non-empty string
-  double expiry = 0;  // "exp" as a number or numeric string; 0 otherwise
-};
-// Reads the claims of a JWT without verifying it: they only serve display and scheduling.
-AccessClaims ParseAccessClaims(std::string_view token);
 
 // Newly issued tokens: the access token (never empty), the refresh token (empty keeps the old one), the lifetime
 // used when the token carries no "exp", and an e-mail that the token's own claim overrides (empty keeps the old).
@@ -68,24 +59,6 @@ void ClearSessionState();
 // The same, only while `generation` is current; false when a newer generation has begun.
 bool ClearSessionStateIfCurrent(uint32_t generation);
 
-// Other processes share the session file. Every save, and every refresh from re-reading the file to saving the
-// answer, holds this lock: an advisory lock on "fcp-session.lock" beside the file, which also excludes the other
-// threads of this process. A thread may take it again while holding it. Where no usable lock file can be had (a
-// folder, a pipe, a dangling link or an immutable file in its place), the support folder itself is locked instead.
-class SessionFileLock {
- public:
-  // Waits for another process's lock for the settings' lockWait at most.
-  SessionFileLock();
-  ~SessionFileLock();
-  SessionFileLock(const SessionFileLock&) = delete;
-  SessionFileLock& operator=(const SessionFileLock&) = delete;
-  // False when another process kept it past the wait: a save goes ahead regardless, a refresh does not.
-  bool Held() const { return held_; }
-
- private:
-  bool held_ = false;
-};
-
 enum class SessionFileChange {
   kNone,      // the file holds the session this process last read or wrote, or cannot be read
   kAdopted,   // another process stored a newer session there, which is now held here too
@@ -100,6 +73,7 @@ SessionFileChange FollowSessionFile();
 uint32_t NextLoginGeneration();
 uint32_t CurrentLoginGeneration();
 void SetBusy(bool busy);
+bool IsBusy();
 
 // Memory back to its state at process start (the file stays).
 void ResetSessionMemory();

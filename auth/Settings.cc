@@ -3,11 +3,6 @@
 #include <mutex>
 
 #include "auth/AuthTesting.h"
-#include "auth/Background.h"
-#include "auth/Heartbeat.h"
-#include "auth/Maintenance.h"
-#include "auth/Session.h"
-#include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
 #include "platform/DevOverrides.h"
 
@@ -48,17 +43,6 @@ AuthSettings CurrentSettings() {
 void SetAuthSettingsForTesting(const AuthSettings& settings) {
   std::lock_guard lock(Settings().mutex);
   Settings().settings = settings;
-}
-
-void ResetAuthForTesting() {
-  StopMaintenanceTimer();
-  NextLoginGeneration();  // running sign-in polls end at their next round
-  WaitForBackgroundTasks();
-  ResetMaintenanceMemory();
-  ResetHeartbeatMemory();
-  ResetSessionMemory();
-  ResetStatus();
-  SetAuthSettingsForTesting(ProductionSettings());
 }
 
 }  // namespace orvistelle::auth

@@ -37,10 +37,8 @@ namespace {
 constexpr int kPollRounds = 30;
 
 std::optional<RelayTokens> FetchRelayTokens(const std::string& relayURL) {
-  int64_t status = 0;
-  std::optional<std::string> body =
-      Http("GET", relayURL, config::kPublicApiKey, std::nullopt, config::kPublicApiKey, &status);
-  return ReadRelayAnswer(status, body);
+  HttpAnswer reply = Http("GET", relayURL, config::kPublicApiKey, std::nullopt, config::kPublicApiKey);
+  return ReadRelayAnswer(reply.status, reply.body);
 }
 
 // Ends quietly once another sign-in, a sign-out or an expiry has superseded this attempt.
@@ -69,9 +67,9 @@ void PollRelay(const std::string& flowId, uint32_t generation) {
 // A refresh token that leaked (a copied home folder, a backup) would otherwise stay good on the backend. This machine
 // has forgotten the session already, so an answer other than success changes nothing: it is only noted.
 void EndBackendSession(const std::string& accessToken) {
-  int64_t status = 0;
   // An empty body rather than none: a POST without Content-Length is refused by some servers.
-  Http("POST", CurrentSettings().authBaseURL + "/auth/v1/logout?scope=local", accessToken, "", "", &status);
+  std::string url = CurrentSettings().authBaseURL + "/auth/v1/logout?scope=local";
+  int64_t status = Http("POST", url, accessToken, "", "").status;
   platform::Diagnose(status == 204 || status == 200 ? "sign-out: the backend ended the session"
                                                     : "sign-out: the backend answered " + std::to_string(status));
 }

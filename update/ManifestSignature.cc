@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/Base64.h"
 #include "platform/SharedLibrary.h"
 
 namespace orvistelle::update {
@@ -22,7 +23,6 @@ constexpr size_t kSignatureBytes = 64;
 struct Crypto {
   decltype(&OPENSSL_init_crypto) init = nullptr;
   decltype(&OPENSSL_thread_stop) threadStop = nullptr;
-  decltype(&EVP_DecodeBlock) decodeBlock = nullptr;
   decltype(&EVP_PKEY_new_raw_public_key) newRawPublicKey = nullptr;
   decltype(&EVP_PKEY_free) freeKey = nullptr;
   decltype(&EVP_MD_CTX_new) newContext = nullptr;
@@ -37,7 +37,6 @@ std::optional<Crypto> LoadCrypto() {
   Crypto crypto;
   bool bound = platform::FindFunction(library, "OPENSSL_init_crypto", crypto.init) &&
                platform::FindFunction(library, "OPENSSL_thread_stop", crypto.threadStop) &&
-               platform::FindFunction(library, "EVP_DecodeBlock", crypto.decodeBlock) &&
                platform::FindFunction(library, "EVP_PKEY_new_raw_public_key", crypto.newRawPublicKey) &&
                platform::FindFunction(library, "EVP_PKEY_free", crypto.freeKey) &&
                platform::FindFunction(library, "EVP_MD_CTX_new", crypto.newContext) &&
@@ -86,16 +85,12 @@ const Crypto* CryptoLocked() {
   return usable ? &*verifier.crypto : nullptr;
 }
 
-// Exactly `size` bytes in canonical padded base64, or nothing.
-std::optional<std::string> DecodeBase64(const Crypto& crypto, std::string_view text, size_t size) {
+// Exactly `size` bytes in canonical padded base64, trailing white space aside; nothing otherwise.
+std::optional<std::string> DecodeExactly(std::string_view text, size_t size) {
   size_t end = text.find_last_not_of(" \t\r\n");
   text = text.substr(0, end == std::string_view::npos ? 0 : end + 1);
-  if (text.size() != (size + 2) / 3 * 4) return std::nullopt;
-  std::string bytes(text.size() / 4 * 3, '\0');
-  int decoded = crypto.decodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                                   reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()));
-  if (decoded != static_cast<int>(bytes.size())) return std::nullopt;
-  bytes.resize(size);
+  std::optional<std::string> bytes = platform::DecodeBase64(text);
+  if (!bytes || bytes->size() != size) return std::nullopt;
   return bytes;
 }
 
@@ -129,8 +124,8 @@ bool VerifyEd25519(std::string_view message, std::string_view signatureBase64, s
   std::lock_guard lock(TheVerifier().mutex);
   const Crypto* crypto = CryptoLocked();
   if (crypto == nullptr) return false;
-  std::optional<std::string> signature = DecodeBase64(*crypto, signatureBase64, kSignatureBytes);
-  std::optional<std::string> key = DecodeBase64(*crypto, publicKeyBase64, kPublicKeyBytes);
+  std::optional<std::string> signature = DecodeExactly(signatureBase64, kSignatureBytes);
+  std::optional<std::string> key = DecodeExactly(publicKeyBase64, kPublicKeyBytes);
   bool good = signature && key && Verify(*crypto, message, *signature, *key);
   // What libcrypto keeps for this thread (its error queue) goes now, not at an exit that may come first.
   crypto->threadStop();

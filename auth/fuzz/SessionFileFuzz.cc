@@ -6,6 +6,7 @@
 
 #include "auth/Files.h"
 #include "auth/Session.h"
+#include "auth/SessionFile.h"
 #include "platform/testing/FakePlatform.h"
 
 namespace {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <regex>
 
+#include "auth/AccessClaims.h"
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"
@@ -28,6 +29,15 @@ const Reply kRotated{200, R"({"access_token":"a2","refresh_token":"r2"})"};
 
 Reply Row(const Json& payload) { return {200, Dump(Json::array({{{"session_payload", payload}}}))}; }
 
+// The settings read the development overrides once, when first needed: so only the ctest entry of that name, which
+// starts a process with them in its environment, checks them.
+TEST(DevOverridesAtStart, ReplaceTheEndpointsAndTheTimer) {
+  if (config::kReleaseBuild || std::getenv("ORVISTELLE_DEV_TIMER_MS") == nullptr) GTEST_SKIP();
+  AuthSettings s = CurrentSettings();
+  EXPECT_EQ(std::tuple(s.authBaseURL, s.apiBaseURL, s.timerFirstDelay, s.timerPeriod),
+            std::tuple("http://127.0.0.1:9", "http://127.0.0.1:9", 250ms, 250ms));
+}
+
 // Only a file with both tokens loads. E-mail and expiry come from the file when usable, else from the token's claims.
 TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   const auto tokens = [](const std::string& access) { return Json{{"access_token", access}, {"refresh_token", "r"}}; };
@@ -47,8 +57,8 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   for (const auto& [contents, email, expiry] : rows) {
     ClearSessionState();
     Write("fcp-session.json", contents.is_string() ? contents.get<std::string>() : Dump(contents));
-    EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthEmail(), CurrentSession().expiresAt}),
-              (std::tuple{expiry >= 0, email, std::max(expiry, 0.0)})) << Dump(contents);
+    EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthSignedIn(), FcpAuthEmail(), CurrentSession().expiresAt}),
+              (std::tuple{expiry >= 0, expiry >= 0, email, std::max(expiry, 0.0)})) << Dump(contents);
   }
 }
 
@@ -296,9 +306,8 @@ TEST_F(AuthTest, RequestsThatCannotBeMadeGiveStatusZeroAtOnce) {
   const std::string base = backend.BaseURL(), userInfo = "http://u:p@" + base.substr(std::strlen("http://"));
   for (const auto& [url, token] : std::vector<std::pair<std::string, std::string>>{
            {base + "/a b", ""}, {"ftp://h/x", ""}, {userInfo + "/x", ""}, {base + "/x", "token\r\nX-Injected: 1"}}) {
-    int64_t status = -1;
-    std::optional<std::string> answer = Http("GET", url, token, std::nullopt, "", &status);
-    EXPECT_EQ(answer.value_or("none") + " " + std::to_string(status), "none 0") << url;
+    HttpAnswer answer = Http("GET", url, token, std::nullopt, "");
+    EXPECT_EQ(answer.body.value_or("none") + " " + std::to_string(answer.status), "none 0") << url;
   }
   EXPECT_TRUE(backend.Seen("/x").empty());
 }

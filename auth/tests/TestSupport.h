@@ -9,6 +9,7 @@
 
 #include "auth/AuthTesting.h"
 #include "auth/Json.h"
+#include "platform/Base64.h"
 #include "orvistelle/FcpAuth.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
@@ -63,7 +64,7 @@ class Backend {
 };
 
 // A JWT with the given claims and a signature nobody checks.
-inline std::string Jwt(const Json& claims) { return "eyJhbGciOiJIUzI1NiJ9." + Base64Url(Dump(claims)) + ".c2ln"; }
+inline std::string Jwt(const Json& claims) { return "eyJhbGciOiJIUzI1NiJ9." + platform::EncodeBase64Url(Dump(claims)) + ".c2ln"; }
 
 // Every seam faked, a private home folder, the module pointed at the backend with fast polls and a timer that only
 // fires when a test asks. The module is reset afterwards.

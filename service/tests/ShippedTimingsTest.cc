@@ -4,6 +4,7 @@
 
 #include "auth/AuthTesting.h"
 #include "auth/Http.h"
+#include "orvistelle/BuildConfig.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/StateFile.h"
 #include "update/Manifest.h"
@@ -21,6 +22,7 @@ TEST(ShippedTimings, AreTheBuiltInOnes) {
   ASSERT_TRUE(backend);
   // Rows: sign-in polls, maintenance (first pass, period); per kind of request, the silence and the whole wait it
   // gives up after and the redirects it follows (a token or body is never re-sent after one); byte limits.
+  EXPECT_EQ(std::tuple(settings.authBaseURL, settings.apiBaseURL), std::tuple(config::kAuthURL, config::kApiURL));
   EXPECT_EQ(std::tuple(settings.pollInterval, settings.timerFirstDelay, settings.timerPeriod),
             std::tuple(1s, 30s, 30s));
   // Refresh: the silence after which an answer counts as lost, the pauses before the retries, the wait for another

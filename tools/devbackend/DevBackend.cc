@@ -15,6 +15,7 @@
 #include <thread>
 #include <variant>
 
+#include "platform/Base64.h"
 #include "tools/devbackend/Download.h"
 #include "tools/devbackend/Jwt.h"
 #include "tools/devbackend/ManifestKey.h"
@@ -114,7 +115,7 @@ json ParseShallowJson(const std::string& text) {
 std::string NewCsrfToken() {
   unsigned char bytes[24];
   RAND_bytes(bytes, sizeof bytes);
-  return Base64UrlEncode(std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes));
+  return platform::EncodeBase64Url(std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes));
 }
 
 std::optional<std::string> ReadFile(const std::filesystem::path& path) {

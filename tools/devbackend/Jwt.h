@@ -12,10 +12,6 @@ namespace orvistelle::devbackend {
 // Signs the development access tokens and the development public key alike; never used outside this machine.
 inline constexpr char kDevelopmentSecret[] = "orvistelle-development-secret-not-for-production";
 
-std::string Base64UrlEncode(std::string_view bytes);
-// Nothing when the text holds a character outside the base64url alphabet or a dangling bit group.
-std::optional<std::string> Base64UrlDecode(std::string_view text);
-
 std::string SignHs256(const nlohmann::json& claims, std::string_view secret);
 
 // The claims of a token signed with the secret whose "exp" lies after now; nothing for any other token.

@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+#include "platform/Base64.h"
+
 namespace orvistelle::devbackend {
 namespace {
 
@@ -15,9 +17,7 @@ constexpr char kKeyFile[] = "update-signing-key.pem";
 using File = std::unique_ptr<FILE, decltype(&std::fclose)>;
 
 std::string Base64(const unsigned char* bytes, size_t size) {
-  std::string text((size + 2) / 3 * 4 + 1, '\0');
-  text.resize(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes, static_cast<int>(size)));
-  return text;
+  return platform::EncodeBase64(std::string_view(reinterpret_cast<const char*>(bytes), size));
 }
 
 EVP_PKEY* ReadKey(const std::filesystem::path& path) {

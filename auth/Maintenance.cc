@@ -9,17 +9,19 @@
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"
-#include "auth/Json.h"
 #include "auth/Session.h"
 #include "auth/Settings.h"
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/Json.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::JsonObject, platform::NonEmptyStringMember, platform::NumberMember,
+      platform::ObjectMember, platform::Dump;
 namespace {
 
 constexpr double kRefreshMarginSeconds = 60;

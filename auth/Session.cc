@@ -16,16 +16,18 @@
 #include <thread>
 
 #include "auth/Files.h"
-#include "auth/Json.h"
 #include "auth/Settings.h"
 #include "auth/Status.h"
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/HttpTransport.h"
+#include "platform/Json.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::JsonObject, platform::StringMember, platform::NonEmptyStringMember,
+      platform::NumberMember, platform::ObjectMember, platform::Dump;
 namespace {
 
 struct SessionState {

@@ -16,6 +16,7 @@
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/Json.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
 
@@ -37,7 +38,7 @@ struct MaintenanceState {
 
 // Never destroyed: the timer's task runs until the process exits.
 MaintenanceState& State() {
-  static auto* state = new MaintenanceState;
+  static platform::NoDestructor<MaintenanceState> state;
   return *state;
 }
 

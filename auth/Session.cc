@@ -22,6 +22,7 @@
 #include "orvistelle/FcpI18n.h"
 #include "platform/HttpTransport.h"
 #include "platform/Json.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
 
@@ -40,7 +41,7 @@ struct SessionState {
 
 // Never destroyed: background tasks may still use the session while the process exits.
 SessionState& State() {
-  static auto* state = new SessionState;
+  static platform::NoDestructor<SessionState> state;
   return *state;
 }
 
@@ -52,7 +53,7 @@ struct FileLockState {
 };
 
 FileLockState& FileLock() {
-  static auto* state = new FileLockState;
+  static platform::NoDestructor<FileLockState> state;
   return *state;
 }
 

@@ -10,6 +10,7 @@
 #include "auth/Status.h"
 #include "orvistelle/BuildConfig.h"
 #include "platform/DevOverrides.h"
+#include "platform/NoDestructor.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -32,7 +33,7 @@ struct GuardedSettings {
 };
 
 GuardedSettings& Settings() {
-  static auto* settings = new GuardedSettings;
+  static platform::NoDestructor<GuardedSettings> settings;
   return *settings;
 }
 

@@ -13,6 +13,7 @@
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/WebUrl.h"
 #include "update/DismissalFile.h"
@@ -59,7 +60,7 @@ struct ModuleState {
 };
 
 ModuleState& Module() {
-  static ModuleState* state = new ModuleState;
+  static platform::NoDestructor<ModuleState> state;
   return *state;
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/NoDestructor.h"
 #include "platform/SharedLibrary.h"
 
 namespace orvistelle::update {
@@ -61,7 +62,7 @@ struct Verifier {
 };
 
 Verifier& TheVerifier() {
-  static auto* verifier = new Verifier;
+  static platform::NoDestructor<Verifier> verifier;
   return *verifier;
 }
 

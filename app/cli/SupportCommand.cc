@@ -1,7 +1,5 @@
 #include "app/cli/SupportCommand.h"
 
-#include <sys/utsname.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -174,8 +172,9 @@ std::string OperatingSystem() {
     if (line.rfind("PRETTY_NAME=", 0) == 0) name = line.substr(12);
   }
   name.erase(std::remove(name.begin(), name.end(), '"'), name.end());
-  utsname system{};
-  if (uname(&system) == 0) name += std::string(", ") + system.sysname + " " + system.release + " " + system.machine;
+  if (const std::optional<platform::OperatingSystemNames> system = platform::OperatingSystem()) {
+    name += ", " + system->name + " " + system->release + " " + system->machine;
+  }
   return name;
 }
 

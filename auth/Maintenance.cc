@@ -185,7 +185,7 @@ void FetchEmailIfNeeded() {
   SessionSnapshot held = SnapshotSession();
   if (!held.session.email.empty() || held.session.access.empty()) return;
   int64_t status = 0;
-  std::optional<Json> answer = JsonObject(Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user",
+  std::optional<Json> answer = JsonObject(Http("GET", UserEndpoint(),
                                                held.session.access, std::nullopt, config::kPublicApiKey, &status));
   std::optional<std::string> email = answer ? NonEmptyStringMember(*answer, "email") : std::nullopt;
   if (status == 200 && email) SaveEmail(*email, held.generation);

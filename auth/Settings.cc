@@ -46,6 +46,8 @@ AuthSettings CurrentSettings() {
   return Settings().settings;
 }
 
+std::string UserEndpoint() { return CurrentSettings().authBaseURL + "/auth/v1/user"; }
+
 void SetAuthSettingsForTesting(const AuthSettings& settings) {
   std::lock_guard lock(Settings().mutex);
   Settings().settings = settings;

@@ -179,11 +179,6 @@ void RunCheck(const std::string& manifestURL) {
   gChecking.store(false);
 }
 
-std::string ManifestURL() {
-  std::lock_guard guard(Module().lock);
-  return Module().downloadBase + kManifestPath;
-}
-
 // A dismissal never reaches further than a day ahead: one made while the clock ran fast would otherwise hide the
 // update for as long after the clock was put right.
 bool DismissalHoldsLocked(double now) {
@@ -201,6 +196,11 @@ void StartCheck() {
 }
 
 }  // namespace
+
+std::string ManifestURL() {
+  std::lock_guard guard(Module().lock);
+  return Module().downloadBase + kManifestPath;
+}
 
 void SetUpdatePublicKeyForTesting(std::optional<std::string> publicKeyBase64) {
   std::lock_guard guard(Module().lock);

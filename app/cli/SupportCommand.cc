@@ -13,7 +13,6 @@
 #include "app/Setup.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
-#include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
@@ -223,11 +222,9 @@ int Report() {
             << "OS: " << OperatingSystem() << "\n"
             << "Language: " << Language() << "\n";
   PrintRows(shell::ProbeComponents());
-  // The same bases the library itself uses, development overrides included.
-  const std::optional<std::string> devBase = platform::DevBackendBase();
-  std::cout << "Backend: " << BackendAnswer(devBase.value_or(config::kAuthURL) + "/auth/v1/user") << "\n"
-            << "Downloads: " << BackendAnswer(devBase.value_or(config::kDownloadURL) + "/orvistelle/vask/latest.json")
-            << "\n";
+  const service::BackendEndpoints endpoints = service::CurrentBackendEndpoints();
+  std::cout << "Backend: " << BackendAnswer(endpoints.user) << "\n"
+            << "Downloads: " << BackendAnswer(endpoints.manifest) << "\n";
   const nlohmann::json state = SessionAndUpdate();
   const nlohmann::json& update = state["update"];
   const std::string latest = update["latest"];

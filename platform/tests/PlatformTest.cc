@@ -13,6 +13,7 @@
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
+#include "platform/Json.h"
 #include "platform/LogText.h"
 #include "platform/SupportFolder.h"
 #include "platform/WebUrl.h"
@@ -62,6 +63,28 @@ TEST(InfoPlist, TakesTheStringsOfATopLevelDictionary) {
 }
 
 // Outside text can neither forge a line nor hide in one, and what is escaped already stays as it is.
+// A member of another type reads exactly as a missing one, so no caller can mistake a number for a string.
+TEST(Json, ReadsAMemberOnlyAsTheTypeAsked) {
+  const std::optional<Json> object = JsonObject(R"({"s":"x","e":"","n":2.5,"b":true,"o":{},"a":[]})");
+  ASSERT_TRUE(object);
+  const struct {
+    const char* key;
+    std::optional<std::string> string, nonEmpty;
+    std::optional<double> number;
+    bool isObject = false;
+  } rows[] = {{.key = "s", .string = "x", .nonEmpty = "x"}, {.key = "e", .string = ""}, {.key = "n", .number = 2.5},
+              {.key = "b"}, {.key = "o", .isObject = true}, {.key = "a"}, {.key = "missing"}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(StringMember(*object, row.key), row.string) << row.key;
+    EXPECT_EQ(NonEmptyStringMember(*object, row.key), row.nonEmpty) << row.key;
+    EXPECT_EQ(NumberMember(*object, row.key), row.number) << row.key;
+    EXPECT_EQ(ObjectMember(*object, row.key) != nullptr, row.isObject) << row.key;
+  }
+  for (const char* notAnObject : {"[]", "\"x\"", "{", ""}) EXPECT_FALSE(JsonObject(notAnObject)) << notAnObject;
+  EXPECT_EQ(ParseJson("[1]"), Json::array({1}));
+  EXPECT_EQ(Dump({{"k", "a\xff"}}), "{\"k\":\"a\xEF\xBF\xBD\"}");
+}
+
 TEST(LogText, MakesWhatBreaksALineOrSteersATerminalVisible) {
   const std::tuple<const char*, std::string, std::string> rows[] = {
       {"C0 controls and DEL", std::string("1\n\r\t\0\x1b[31m\x7f", 11), "1\\n\\r\\t\\x00\\x1b[31m\\x7f"},

@@ -12,8 +12,6 @@ class NoDestructor {
  public:
   template <class... Args>
   explicit NoDestructor(Args&&... args) : object_(new T(std::forward<Args>(args)...)) {}
-  NoDestructor(const NoDestructor&) = delete;
-  NoDestructor& operator=(const NoDestructor&) = delete;
 
   T& operator*() const { return *object_; }
   T* operator->() const { return object_; }

@@ -45,10 +45,12 @@ TEST(DevOverrides, TakeOnlyWellFormedValues) {
       {"ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:5", true}, {"ORVISTELLE_DEV_BACKEND", "https://h/", false},
       {"ORVISTELLE_DEV_TIMER_MS", "3600000", true},           {"ORVISTELLE_DEV_TIMER_MS", "3600001", false},
       {"ORVISTELLE_DEV_TIMER_MS", "0", false},                {"ORVISTELLE_DEV_TIMER_MS", "5x", false},
-      {"ORVISTELLE_DEV_HOME", "/tmp/h", true},                {"ORVISTELLE_DEV_HOME", "tmp/h", false}};
+      {"ORVISTELLE_DEV_HOME", "/tmp/h", true},                {"ORVISTELLE_DEV_HOME", "tmp/h", false},
+      {"ORVISTELLE_DEV_UPDATE_KEY", "a2V5", true}};
   for (const auto& [name, value, taken] : rows) {
     setenv(name, value, 1);
-    EXPECT_EQ(DevBackendBase() || DevTimerPeriod() || DevHomeDirectory(), taken) << name << "=" << value;
+    EXPECT_EQ(DevBackendBase() || DevTimerPeriod() || DevHomeDirectory() || DevUpdateKey(), taken)
+        << name << "=" << value;
     unsetenv(name);
   }
 }

@@ -17,6 +17,7 @@
 #include "platform/LogText.h"
 #include "platform/SupportFolder.h"
 #include "platform/WebUrl.h"
+#include "platform/linux/DesktopEntry.h"
 #include "platform/testing/ChildProcess.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
@@ -62,6 +63,23 @@ TEST(InfoPlist, TakesTheStringsOfATopLevelDictionary) {
       <key>Version</key><string>1.2 &amp; &lt;b&gt;</string></dict></plist>)"),
             (std::map<std::string, std::string>{{"Id", "net.example"}, {"Version", "1.2 & <b>"}}));
   EXPECT_FALSE(ParseInfoPlist("<plist><dict><key>a</key><string>&bogus;</string></dict></plist>"));
+}
+
+// What the desktop's own readers take from an entry, and what makes a file no entry at all.
+TEST(DesktopEntry, ReadsTheMainGroupAndRefusesWhatIsNoEntry) {
+  using Entry = std::map<std::string, std::string>;
+  const struct {
+    const char* name;
+    const char* text;
+    std::optional<Entry> entry;
+  } rows[] = {
+      {"escapes, a locale, the first value", "# c\n[Desktop Entry]\nName[de_DE@euro]= \\sa\\tb\\\\\nName=x\nName=y\n"
+       "[Other]\nKey=v\n", Entry{{"Name[de_DE@euro]", " a\tb\\"}, {"Name", "x"}}},
+      {"a key outside A-Za-z0-9-", "[Desktop Entry]\nNa_me=x\n", std::nullopt},
+      {"a locale outside its characters", "[Desktop Entry]\nName[d e]=x\n", std::nullopt},
+      {"another group first", "[Other]\n[Desktop Entry]\nName=x\n", std::nullopt},
+      {"a line that is no key=value", "[Desktop Entry]\nName\n", std::nullopt}};
+  for (const auto& row : rows) EXPECT_EQ(ParseDesktopEntry(row.text), row.entry) << row.name;
 }
 
 // Outside text can neither forge a line nor hide in one, and what is escaped already stays as it is.

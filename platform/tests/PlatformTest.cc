@@ -68,18 +68,14 @@ TEST(InfoPlist, TakesTheStringsOfATopLevelDictionary) {
 // What the desktop's own readers take from an entry, and what makes a file no entry at all.
 TEST(DesktopEntry, ReadsTheMainGroupAndRefusesWhatIsNoEntry) {
   using Entry = std::map<std::string, std::string>;
-  const struct {
-    const char* name;
-    const char* text;
-    std::optional<Entry> entry;
-  } rows[] = {
+  const std::tuple<const char*, const char*, std::optional<Entry>> rows[] = {
       {"escapes, a locale, the first value", "# c\n[Desktop Entry]\nName[de_DE@euro]= \\sa\\tb\\\\\nName=x\nName=y\n"
        "[Other]\nKey=v\n", Entry{{"Name[de_DE@euro]", " a\tb\\"}, {"Name", "x"}}},
       {"a key outside A-Za-z0-9-", "[Desktop Entry]\nNa_me=x\n", std::nullopt},
       {"a locale outside its characters", "[Desktop Entry]\nName[d e]=x\n", std::nullopt},
       {"another group first", "[Other]\n[Desktop Entry]\nName=x\n", std::nullopt},
       {"a line that is no key=value", "[Desktop Entry]\nName\n", std::nullopt}};
-  for (const auto& row : rows) EXPECT_EQ(ParseDesktopEntry(row.text), row.entry) << row.name;
+  for (const auto& [name, text, entry] : rows) EXPECT_EQ(ParseDesktopEntry(text), entry) << name;
 }
 
 // Outside text can neither forge a line nor hide in one, and what is escaped already stays as it is.

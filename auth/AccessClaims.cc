@@ -5,11 +5,13 @@
 #include <cmath>
 #include <optional>
 
-#include "auth/Json.h"
 #include "auth/Status.h"
 #include "platform/Base64.h"
+#include "platform/Json.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::JsonObject, platform::StringMember, platform::NonEmptyStringMember,
+      platform::NumberMember, platform::ObjectMember;
 namespace {
 
 // The payload of "header.payload[.signature]" as bytes; nothing when it is missing or not base64url. Padding is

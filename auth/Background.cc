@@ -4,6 +4,8 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/NoDestructor.h"
+
 namespace orvistelle::auth {
 namespace {
 
@@ -15,7 +17,7 @@ struct RunningTasks {
 
 // Never destroyed: detached tasks may still finish while the process exits.
 RunningTasks& Tasks() {
-  static auto* tasks = new RunningTasks;
+  static platform::NoDestructor<RunningTasks> tasks;
   return *tasks;
 }
 

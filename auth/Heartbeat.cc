@@ -8,12 +8,13 @@
 #include "auth/Background.h"
 #include "auth/Files.h"
 #include "auth/Http.h"
-#include "auth/Json.h"
 #include "auth/Settings.h"
 #include "auth/Uuid.h"
+#include "platform/Json.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::Dump;
 namespace {
 
 std::atomic<bool> gReporting{false};

@@ -9,7 +9,6 @@
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"
-#include "auth/Json.h"
 #include "auth/Session.h"
 #include "auth/SessionFileLock.h"
 #include "auth/Settings.h"
@@ -17,10 +16,14 @@
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/Json.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::JsonObject, platform::NonEmptyStringMember, platform::NumberMember,
+      platform::ObjectMember, platform::Dump;
 namespace {
 
 constexpr double kRefreshMarginSeconds = 60;
@@ -36,7 +39,7 @@ struct MaintenanceState {
 
 // Never destroyed: the timer's task runs until the process exits.
 MaintenanceState& State() {
-  static auto* state = new MaintenanceState;
+  static platform::NoDestructor<MaintenanceState> state;
   return *state;
 }
 
@@ -184,7 +187,7 @@ int64_t LastRefreshStatus() { return State().lastRefreshStatus.load(); }
 void FetchEmailIfNeeded() {
   SessionSnapshot held = SnapshotSession();
   if (!held.session.email.empty() || held.session.access.empty()) return;
-  HttpAnswer reply = Http("GET", CurrentSettings().authBaseURL + "/auth/v1/user", held.session.access, std::nullopt,
+  HttpAnswer reply = Http("GET", UserEndpoint(), held.session.access, std::nullopt,
                           config::kPublicApiKey);
   std::optional<Json> answer = JsonObject(reply.body);
   std::optional<std::string> email = answer ? NonEmptyStringMember(*answer, "email") : std::nullopt;

@@ -9,6 +9,7 @@
 #include "auth/SessionFileLock.h"
 #include "auth/Status.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::auth {
@@ -24,7 +25,7 @@ struct SessionState {
 
 // Never destroyed: background tasks may still use the session while the process exits.
 SessionState& State() {
-  static auto* state = new SessionState;
+  static platform::NoDestructor<SessionState> state;
   return *state;
 }
 

@@ -7,10 +7,12 @@
 
 #include "auth/AccessClaims.h"
 #include "auth/Files.h"
-#include "auth/Json.h"
 #include "platform/HttpTransport.h"
+#include "platform/Json.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::JsonObject, platform::StringMember, platform::NonEmptyStringMember,
+      platform::NumberMember, platform::Dump;
 namespace {
 
 // The file keeps what one answer of the backend carried, tokens of any size included.

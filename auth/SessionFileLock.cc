@@ -13,6 +13,7 @@
 
 #include "auth/Files.h"
 #include "auth/Settings.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/SupportFolder.h"
 
@@ -27,7 +28,7 @@ struct FileLockState {
 };
 
 FileLockState& FileLock() {
-  static auto* state = new FileLockState;
+  static platform::NoDestructor<FileLockState> state;
   return *state;
 }
 

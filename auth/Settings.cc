@@ -5,6 +5,7 @@
 #include "auth/AuthTesting.h"
 #include "orvistelle/BuildConfig.h"
 #include "platform/DevOverrides.h"
+#include "platform/NoDestructor.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -27,7 +28,7 @@ struct GuardedSettings {
 };
 
 GuardedSettings& Settings() {
-  static auto* settings = new GuardedSettings;
+  static platform::NoDestructor<GuardedSettings> settings;
   return *settings;
 }
 
@@ -39,6 +40,8 @@ AuthSettings CurrentSettings() {
   std::lock_guard lock(Settings().mutex);
   return Settings().settings;
 }
+
+std::string UserEndpoint() { return CurrentSettings().authBaseURL + "/auth/v1/user"; }
 
 void SetAuthSettingsForTesting(const AuthSettings& settings) {
   std::lock_guard lock(Settings().mutex);

@@ -24,4 +24,7 @@ struct AuthSettings {
 
 AuthSettings CurrentSettings();
 
+// The backend's account of the signed-in user, which a session's token must open.
+std::string UserEndpoint();
+
 }  // namespace orvistelle::auth

@@ -4,7 +4,6 @@
 
 #include "auth/Background.h"
 #include "auth/Http.h"
-#include "auth/Json.h"
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Settings.h"
@@ -15,10 +14,12 @@
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
 #include "platform/DiagnosticsLog.h"
+#include "platform/Json.h"
 #include "platform/Platform.h"
 #include "platform/WebUrl.h"
 
 namespace orvistelle::auth {
+using platform::Json, platform::ParseJson, platform::NonEmptyStringMember, platform::ObjectMember;
 
 // The relay answers an array of rows; the first row's "session_payload" carries the website's new session.
 std::optional<RelayTokens> ReadRelayAnswer(int64_t status, const std::optional<std::string>& body) {

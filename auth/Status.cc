@@ -5,6 +5,7 @@
 
 #include "orvistelle/FcpAuth.h"
 #include "orvistelle/FcpI18n.h"
+#include "platform/NoDestructor.h"
 
 namespace orvistelle::auth {
 namespace {
@@ -22,7 +23,7 @@ struct GuardedStatus {
 
 // Never destroyed: background tasks may still report while the process exits.
 GuardedStatus& Status() {
-  static auto* status = new GuardedStatus;
+  static platform::NoDestructor<GuardedStatus> status;
   return *status;
 }
 

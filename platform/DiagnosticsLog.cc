@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "platform/LogText.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/UniqueFd.h"
 
@@ -60,7 +61,7 @@ struct LogState {
 
 // Never destroyed: a host's threads, and the writer, may still use it while the process runs its exit handlers.
 LogState& State() {
-  static auto* state = new LogState();
+  static NoDestructor<LogState> state;
   return *state;
 }
 

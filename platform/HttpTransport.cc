@@ -1,7 +1,5 @@
 #include "platform/HttpTransport.h"
 
-#include <sys/utsname.h>
-
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -230,8 +228,8 @@ std::string Token(std::string_view text) {
 }
 
 std::string OperatingSystemName() {
-  utsname names{};
-  return uname(&names) == 0 ? Token(names.sysname) : "unknown";
+  const std::optional<OperatingSystemNames> system = OperatingSystem();
+  return system ? Token(system->name) : "unknown";
 }
 
 }  // namespace

@@ -26,6 +26,15 @@ extern const char kPlatformName[];
 // The file type, dot included, of this platform's package on the download server.
 extern const char kPackageExtension[];
 
+// The running kernel as uname names it: "Linux", "6.1.0-13-amd64", "x86_64".
+struct OperatingSystemNames {
+  std::string name;
+  std::string release;
+  std::string machine;
+};
+// Nothing when the kernel cannot be asked.
+std::optional<OperatingSystemNames> OperatingSystem();
+
 // Wall-clock time in seconds since 1970, the unit every state file and rule is written in.
 class Clock {
  public:

@@ -1,9 +1,12 @@
 #include "service/ServicesReport.h"
 
+#include "auth/Settings.h"
 #include "orvistelle/FcpAuth.h"
 #include "update/Report.h"
 
 namespace orvistelle::service {
+
+BackendEndpoints CurrentBackendEndpoints() { return {auth::UserEndpoint(), update::ManifestURL()}; }
 
 ServicesReport ReportServicesNow() {
   const update::UpdateReport update = update::CheckNowAndReport();

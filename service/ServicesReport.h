@@ -12,6 +12,14 @@ struct ServicesReport {
   std::string update;     // "required", "optional" or "none"
 };
 
+// Where the library reaches the account backend and the download server, development overrides included: the
+// support command asks both whether they answer.
+struct BackendEndpoints {
+  std::string user;      // the signed-in user's account
+  std::string manifest;  // the version manifest
+};
+BackendEndpoints CurrentBackendEndpoints();
+
 // Checks the manifest now, on the calling thread: it blocks for up to two requests' time limits, so it is for the
 // support command, never for a host's thread.
 ServicesReport ReportServicesNow();

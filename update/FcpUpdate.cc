@@ -13,6 +13,7 @@
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/WebUrl.h"
 #include "update/DismissalFile.h"
@@ -59,7 +60,7 @@ struct ModuleState {
 };
 
 ModuleState& Module() {
-  static ModuleState* state = new ModuleState;
+  static platform::NoDestructor<ModuleState> state;
   return *state;
 }
 
@@ -178,11 +179,6 @@ void RunCheck(const std::string& manifestURL) {
   gChecking.store(false);
 }
 
-std::string ManifestURL() {
-  std::lock_guard guard(Module().lock);
-  return Module().downloadBase + kManifestPath;
-}
-
 // A dismissal never reaches further than a day ahead: one made while the clock ran fast would otherwise hide the
 // update for as long after the clock was put right.
 bool DismissalHoldsLocked(double now) {
@@ -200,6 +196,11 @@ void StartCheck() {
 }
 
 }  // namespace
+
+std::string ManifestURL() {
+  std::lock_guard guard(Module().lock);
+  return Module().downloadBase + kManifestPath;
+}
 
 void SetUpdatePublicKeyForTesting(std::optional<std::string> publicKeyBase64) {
   std::lock_guard guard(Module().lock);

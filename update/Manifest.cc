@@ -1,25 +1,23 @@
 #include "update/Manifest.h"
 
-#include <nlohmann/json.hpp>
-
+#include "platform/Json.h"
 #include "platform/Platform.h"
 #include "update/Version.h"
 
 namespace orvistelle::update {
 namespace {
 
-using nlohmann::json;
+using platform::Json;
 using namespace std::chrono_literals;
 
 constexpr int kManifestRedirects = 3;
 
-std::string StringAt(const json& object, const std::string& key) {
-  auto found = object.find(key);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
+std::string StringAt(const Json& object, std::string_view key) {
+  return platform::StringMember(object, key).value_or("");
 }
 
 // Read leniently, a mistyped "force_below" such as "l.2" would still be compared, and could require an update.
-std::string VersionAt(const json& object, const char* key) {
+std::string VersionAt(const Json& object, std::string_view key) {
   std::string text = StringAt(object, key);
   return IsVersion(text) ? text : std::string();
 }
@@ -27,17 +25,14 @@ std::string VersionAt(const json& object, const char* key) {
 }  // namespace
 
 ManifestReading ReadManifest(std::string_view body) {
-  json manifest = json::parse(body, nullptr, /*allow_exceptions=*/false);
-  if (!manifest.is_object()) return NotAnObject{};
-  auto hosts = manifest.find("hosts");
-  if (hosts == manifest.end() || !hosts->is_object()) return MissingHostEntry{};
-  auto host = hosts->find(kHostKey);
-  if (host == hosts->end() || !host->is_object()) return MissingHostEntry{};
-  HostEntry entry{VersionAt(*host, "version"), VersionAt(*host, "force_below"), StringAt(*host, "notes"),
-                  StringAt(*host, "download_page"), std::nullopt};
-  std::string download = StringAt(*host, std::string("download_") + platform::kPlatformName);
-  if (!download.empty()) entry.download = std::move(download);
-  return entry;
+  const std::optional<Json> manifest = platform::JsonObject(body);
+  if (!manifest) return NotAnObject{};
+  const Json* hosts = platform::ObjectMember(*manifest, "hosts");
+  const Json* host = hosts != nullptr ? platform::ObjectMember(*hosts, kHostKey) : nullptr;
+  if (host == nullptr) return MissingHostEntry{};
+  return HostEntry{VersionAt(*host, "version"), VersionAt(*host, "force_below"), StringAt(*host, "notes"),
+                   StringAt(*host, "download_page"),
+                   platform::NonEmptyStringMember(*host, std::string("download_") + platform::kPlatformName)};
 }
 
 platform::HttpRequest ManifestRequest(std::string url) {

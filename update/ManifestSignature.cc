@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/Base64.h"
+#include "platform/NoDestructor.h"
 #include "platform/SharedLibrary.h"
 
 namespace orvistelle::update {
@@ -60,7 +61,7 @@ struct Verifier {
 };
 
 Verifier& TheVerifier() {
-  static auto* verifier = new Verifier;
+  static platform::NoDestructor<Verifier> verifier;
   return *verifier;
 }
 

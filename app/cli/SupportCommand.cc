@@ -1,7 +1,5 @@
 #include "app/cli/SupportCommand.h"
 
-#include <sys/utsname.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -15,7 +13,6 @@
 #include "app/Setup.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
-#include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
@@ -174,8 +171,9 @@ std::string OperatingSystem() {
     if (line.rfind("PRETTY_NAME=", 0) == 0) name = line.substr(12);
   }
   name.erase(std::remove(name.begin(), name.end(), '"'), name.end());
-  utsname system{};
-  if (uname(&system) == 0) name += std::string(", ") + system.sysname + " " + system.release + " " + system.machine;
+  if (const std::optional<platform::OperatingSystemNames> system = platform::OperatingSystem()) {
+    name += ", " + system->name + " " + system->release + " " + system->machine;
+  }
   return name;
 }
 
@@ -224,11 +222,9 @@ int Report() {
             << "OS: " << OperatingSystem() << "\n"
             << "Language: " << Language() << "\n";
   PrintRows(shell::ProbeComponents());
-  // The same bases the library itself uses, development overrides included.
-  const std::optional<std::string> devBase = platform::DevBackendBase();
-  std::cout << "Backend: " << BackendAnswer(devBase.value_or(config::kAuthURL) + "/auth/v1/user") << "\n"
-            << "Downloads: " << BackendAnswer(devBase.value_or(config::kDownloadURL) + "/orvistelle/vask/latest.json")
-            << "\n";
+  const service::BackendEndpoints endpoints = service::CurrentBackendEndpoints();
+  std::cout << "Backend: " << BackendAnswer(endpoints.user) << "\n"
+            << "Downloads: " << BackendAnswer(endpoints.manifest) << "\n";
   const nlohmann::json state = SessionAndUpdate();
   const nlohmann::json& update = state["update"];
   const std::string latest = update["latest"];

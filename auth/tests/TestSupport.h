@@ -8,13 +8,14 @@
 #include <fstream>
 
 #include "auth/AuthTesting.h"
-#include "auth/Json.h"
 #include "platform/Base64.h"
 #include "orvistelle/FcpAuth.h"
+#include "platform/Json.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/LoopbackServer.h"
 
 namespace orvistelle::auth::testing {
+using platform::Json, platform::JsonObject, platform::Dump;
 
 using namespace std::chrono_literals;
 using platform::testing::WaitUntil;

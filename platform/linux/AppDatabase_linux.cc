@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/InfoPlist.h"
+#include "platform/NoDestructor.h"
 #include "platform/StateFile.h"
 #include "platform/linux/DesktopEntry.h"
 
@@ -204,10 +205,9 @@ std::unique_ptr<AppDatabase> MakeXdgAppDatabase(XdgAppDatabaseSettings settings)
 }
 
 AppDatabase& AppDatabase::Default() {
-  static auto& database = *MakeXdgAppDatabase({[](const char* name) -> const char* { return std::getenv(name); },
-                                                "/usr/bin/desktop-file-install"})
-                               .release();  // see Platform.h: never destroyed
-  return database;
+  static NoDestructor<XdgAppDatabase> database(XdgAppDatabaseSettings{
+      [](const char* name) -> const char* { return std::getenv(name); }, "/usr/bin/desktop-file-install"});
+  return *database;
 }
 
 }  // namespace orvistelle::platform

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <thread>
 
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 
 extern char** environ;
@@ -38,8 +39,8 @@ class XdgOpenBrowser final : public Browser {
 }  // namespace
 
 Browser& Browser::Default() {
-  static auto& browser = *new XdgOpenBrowser;  // see Platform.h: never destroyed
-  return browser;
+  static NoDestructor<XdgOpenBrowser> browser;
+  return *browser;
 }
 
 }  // namespace orvistelle::platform

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "platform/InfoPlist.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 #include "platform/linux/BundleLayout.h"
 
@@ -69,8 +70,8 @@ class ExecutableBundle final : public Bundle {
 }  // namespace
 
 Bundle& Bundle::Default() {
-  static auto& bundle = *new ExecutableBundle(RunningExecutable);  // see Platform.h: never destroyed
-  return bundle;
+  static NoDestructor<ExecutableBundle> bundle(RunningExecutable);
+  return *bundle;
 }
 
 std::unique_ptr<Bundle> Bundle::At(const std::string& bundlePath) {

@@ -1,5 +1,6 @@
 #include <chrono>
 
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::platform {
@@ -16,8 +17,8 @@ class SystemClock final : public Clock {
 }  // namespace
 
 Clock& Clock::Default() {
-  static auto& clock = *new SystemClock;  // see Platform.h: never destroyed
-  return clock;
+  static NoDestructor<SystemClock> clock;
+  return *clock;
 }
 
 }  // namespace orvistelle::platform

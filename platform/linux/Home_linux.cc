@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/DevOverrides.h"
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::platform {
@@ -33,8 +34,8 @@ class PosixHome final : public Home {
 }  // namespace
 
 Home& Home::Default() {
-  static auto& home = *new PosixHome;  // see Platform.h: never destroyed
-  return home;
+  static NoDestructor<PosixHome> home;
+  return *home;
 }
 
 }  // namespace orvistelle::platform

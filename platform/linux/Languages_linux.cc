@@ -1,5 +1,6 @@
 #include <cstdlib>
 
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::platform {
@@ -18,8 +19,8 @@ class LocaleEnvironmentLanguages final : public Languages {
 }  // namespace
 
 Languages& Languages::Default() {
-  static auto& languages = *new LocaleEnvironmentLanguages;  // see Platform.h: never destroyed
-  return languages;
+  static NoDestructor<LocaleEnvironmentLanguages> languages;
+  return *languages;
 }
 
 }  // namespace orvistelle::platform

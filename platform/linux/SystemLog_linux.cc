@@ -4,6 +4,7 @@
 #include <mutex>
 #include <string>
 
+#include "platform/NoDestructor.h"
 #include "platform/Platform.h"
 
 namespace orvistelle::platform {
@@ -26,8 +27,8 @@ class StderrAndSyslog final : public SystemLog {
 }  // namespace
 
 SystemLog& SystemLog::Default() {
-  static auto& log = *new StderrAndSyslog;  // see Platform.h: never destroyed
-  return log;
+  static NoDestructor<StderrAndSyslog> log;
+  return *log;
 }
 
 }  // namespace orvistelle::platform

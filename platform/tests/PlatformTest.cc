@@ -13,6 +13,7 @@
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
 #include "platform/InfoPlist.h"
+#include "platform/Json.h"
 #include "platform/LogText.h"
 #include "platform/SupportFolder.h"
 #include "platform/WebUrl.h"
@@ -45,10 +46,12 @@ TEST(DevOverrides, TakeOnlyWellFormedValues) {
       {"ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:5", true}, {"ORVISTELLE_DEV_BACKEND", "https://h/", false},
       {"ORVISTELLE_DEV_TIMER_MS", "3600000", true},           {"ORVISTELLE_DEV_TIMER_MS", "3600001", false},
       {"ORVISTELLE_DEV_TIMER_MS", "0", false},                {"ORVISTELLE_DEV_TIMER_MS", "5x", false},
-      {"ORVISTELLE_DEV_HOME", "/tmp/h", true},                {"ORVISTELLE_DEV_HOME", "tmp/h", false}};
+      {"ORVISTELLE_DEV_HOME", "/tmp/h", true},                {"ORVISTELLE_DEV_HOME", "tmp/h", false},
+      {"ORVISTELLE_DEV_UPDATE_KEY", "a2V5", true}};
   for (const auto& [name, value, taken] : rows) {
     setenv(name, value, 1);
-    EXPECT_EQ(DevBackendBase() || DevTimerPeriod() || DevHomeDirectory(), taken) << name << "=" << value;
+    EXPECT_EQ(DevBackendBase() || DevTimerPeriod() || DevHomeDirectory() || DevUpdateKey(), taken)
+        << name << "=" << value;
     unsetenv(name);
   }
 }
@@ -62,7 +65,42 @@ TEST(InfoPlist, TakesTheStringsOfATopLevelDictionary) {
   EXPECT_FALSE(ParseInfoPlist("<plist><dict><key>a</key><string>&bogus;</string></dict></plist>"));
 }
 
+// What the desktop's own readers take from an entry, and what makes a file no entry at all.
+TEST(DesktopEntry, ReadsTheMainGroupAndRefusesWhatIsNoEntry) {
+  using Entry = std::map<std::string, std::string>;
+  const std::tuple<const char*, const char*, std::optional<Entry>> rows[] = {
+      {"escapes, a locale, the first value", "# c\n[Desktop Entry]\nName[de_DE@euro]= \\sa\\tb\\\\\nName=x\nName=y\n"
+       "[Other]\nKey=v\n", Entry{{"Name[de_DE@euro]", " a\tb\\"}, {"Name", "x"}}},
+      {"a key outside A-Za-z0-9-", "[Desktop Entry]\nNa_me=x\n", std::nullopt},
+      {"a locale outside its characters", "[Desktop Entry]\nName[d e]=x\n", std::nullopt},
+      {"another group first", "[Other]\n[Desktop Entry]\nName=x\n", std::nullopt},
+      {"a line that is no key=value", "[Desktop Entry]\nName\n", std::nullopt}};
+  for (const auto& [name, text, entry] : rows) EXPECT_EQ(ParseDesktopEntry(text), entry) << name;
+}
+
 // Outside text can neither forge a line nor hide in one, and what is escaped already stays as it is.
+// A member of another type reads exactly as a missing one, so no caller can mistake a number for a string.
+TEST(Json, ReadsAMemberOnlyAsTheTypeAsked) {
+  const std::optional<Json> object = JsonObject(R"({"s":"x","e":"","n":2.5,"b":true,"o":{},"a":[]})");
+  ASSERT_TRUE(object);
+  const struct {
+    const char* key;
+    std::optional<std::string> string, nonEmpty;
+    std::optional<double> number;
+    bool isObject = false;
+  } rows[] = {{.key = "s", .string = "x", .nonEmpty = "x"}, {.key = "e", .string = ""}, {.key = "n", .number = 2.5},
+              {.key = "b"}, {.key = "o", .isObject = true}, {.key = "a"}, {.key = "missing"}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(StringMember(*object, row.key), row.string) << row.key;
+    EXPECT_EQ(NonEmptyStringMember(*object, row.key), row.nonEmpty) << row.key;
+    EXPECT_EQ(NumberMember(*object, row.key), row.number) << row.key;
+    EXPECT_EQ(ObjectMember(*object, row.key) != nullptr, row.isObject) << row.key;
+  }
+  for (const char* notAnObject : {"[]", "\"x\"", "{", ""}) EXPECT_FALSE(JsonObject(notAnObject)) << notAnObject;
+  EXPECT_EQ(ParseJson("[1]"), Json::array({1}));
+  EXPECT_EQ(Dump({{"k", "a\xff"}}), "{\"k\":\"a\xEF\xBF\xBD\"}");
+}
+
 TEST(LogText, MakesWhatBreaksALineOrSteersATerminalVisible) {
   const std::tuple<const char*, std::string, std::string> rows[] = {
       {"C0 controls and DEL", std::string("1\n\r\t\0\x1b[31m\x7f", 11), "1\\n\\r\\t\\x00\\x1b[31m\\x7f"},

@@ -6,6 +6,7 @@
 
 #include "orvistelle/FcpUpdate.h"
 #include "update/ManifestSignature.h"
+#include "update/Report.h"
 #include "update/UpdateTesting.h"
 #include "update/Version.h"
 #include "update/tests/TestSupport.h"
@@ -203,6 +204,19 @@ TEST_F(UpdateCheck, OneCheckAtATimeAndTheNextSixHoursAfterTheLastEnded) {
   EXPECT_EQ(server.Requests(), 1);
   CheckLater(1);
   EXPECT_EQ(server.Requests(), 2);
+}
+
+// The support command's check is the one in flight: a background check that falls due meanwhile does not start.
+TEST_F(UpdateCheck, ACheckNowKeepsABackgroundOneFromStartingBesideIt) {
+  server.Hold();
+  std::jthread now([] { CheckNowAndReport(); });
+  ASSERT_TRUE(platform::testing::WaitUntil([this] { return server.Requests() == 1; }));
+  EXPECT_FALSE(WaitForCheckForTesting(0ms));
+  fakes.clock.Advance(kSixHours + 1);
+  FcpUpdateMaintain();
+  server.Release();
+  now.join();
+  EXPECT_EQ(server.Requests(), 1);
 }
 
 }  // namespace

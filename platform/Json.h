@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-namespace orvistelle::auth {
+namespace orvistelle::platform {
 
 using Json = nlohmann::json;
 
 // Any JSON value; nothing for absent or malformed bytes.
-std::optional<Json> ParseJson(const std::optional<std::string>& bytes);
+std::optional<Json> ParseJson(std::optional<std::string_view> bytes);
 // Only a top-level object; an array, string, number or malformed text gives nothing.
-std::optional<Json> JsonObject(const std::optional<std::string>& bytes);
+std::optional<Json> JsonObject(std::optional<std::string_view> bytes);
 
 std::optional<std::string> StringMember(const Json& object, std::string_view key);
 std::optional<std::string> NonEmptyStringMember(const Json& object, std::string_view key);
@@ -26,4 +26,4 @@ const Json* ObjectMember(const Json& object, std::string_view key);
 // Compact text; invalid UTF-8 in a string is replaced rather than refused.
 std::string Dump(const Json& value);
 
-}  // namespace orvistelle::auth
+}  // namespace orvistelle::platform

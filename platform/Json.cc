@@ -1,6 +1,6 @@
-#include "auth/Json.h"
+#include "platform/Json.h"
 
-namespace orvistelle::auth {
+namespace orvistelle::platform {
 namespace {
 
 const Json* Member(const Json& object, std::string_view key) {
@@ -11,7 +11,7 @@ const Json* Member(const Json& object, std::string_view key) {
 
 }  // namespace
 
-std::optional<Json> ParseJson(const std::optional<std::string>& bytes) {
+std::optional<Json> ParseJson(std::optional<std::string_view> bytes) {
   if (!bytes) return std::nullopt;
   try {
     Json value = Json::parse(*bytes, nullptr, /*allow_exceptions=*/false);
@@ -22,7 +22,7 @@ std::optional<Json> ParseJson(const std::optional<std::string>& bytes) {
   }
 }
 
-std::optional<Json> JsonObject(const std::optional<std::string>& bytes) {
+std::optional<Json> JsonObject(std::optional<std::string_view> bytes) {
   std::optional<Json> value = ParseJson(bytes);
   if (!value || !value->is_object()) return std::nullopt;
   return value;
@@ -53,4 +53,4 @@ const Json* ObjectMember(const Json& object, std::string_view key) {
 
 std::string Dump(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
-}  // namespace orvistelle::auth
+}  // namespace orvistelle::platform

@@ -200,10 +200,6 @@ class XdgAppDatabase final : public AppDatabase {
 
 }  // namespace
 
-std::unique_ptr<AppDatabase> MakeXdgAppDatabase(XdgAppDatabaseSettings settings) {
-  return std::make_unique<XdgAppDatabase>(std::move(settings));
-}
-
 AppDatabase& AppDatabase::Default() {
   static NoDestructor<XdgAppDatabase> database(XdgAppDatabaseSettings{
       [](const char* name) -> const char* { return std::getenv(name); }, "/usr/bin/desktop-file-install"});

@@ -26,6 +26,8 @@ const char kHeartbeat[] = "/console/v1/plugin/heartbeat";
 const std::string kKey = config::kPublicApiKey;
 const Reply kRotated{200, R"({"access_token":"a2","refresh_token":"r2"})"};
 
+const std::regex kUuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+
 Reply Row(const Json& payload) { return {200, Dump(Json::array({{{"session_payload", payload}}}))}; }
 
 // Only a file with both tokens loads. E-mail and expiry come from the file when usable, else from the token's claims.
@@ -109,6 +111,13 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
                 " application/json");
 }
 
+// This process's descriptors open on `path`.
+long DescriptorsOn(const fs::path& path) {
+  std::error_code gone;
+  return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
+                               [&](const fs::path& fd) { return fs::equivalent(fd, path, gone); });
+}
+
 // Another process refreshes under the lock beside the file, or deletes the file: a pass waits for the lock and
 // follows the file rather than present a spent token. Where the lock's path is unusable the support folder is the
 // lock. A process that keeps the lock (stopped mid-refresh) delays the refresh to the next pass, not for ever.
@@ -136,8 +145,9 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
     std::atomic<bool> done{false};
     std::thread pass([&done] { RefreshIfNeeded(), done = true; });
-    std::this_thread::sleep_for(file == "kept" ? 600ms : 100ms);
-    EXPECT_EQ(done, file == "kept") << after;
+    const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
+    ASSERT_TRUE(WaitUntil([&locked] { return DescriptorsOn(locked) == 2; })) << after;  // the pass's and ours
+    EXPECT_EQ(WaitUntil([&done] { return done.load(); }, file == "kept" ? 5s : 0s), file == "kept") << after;
     if (file.empty()) fs::remove(Support("fcp-session.json"));
     if (!file.empty() && file != "kept") Write("fcp-session.json", file);
     close(lock);
@@ -216,8 +226,7 @@ TEST_F(AuthTest, RelayDeliversTheSession) {
   FcpAuthMaintain();  // the sign-in has started the maintenance already: nothing is reloaded
   EXPECT_EQ(Status() + (FcpAuthBusy() ? " (busy)" : ""), "Browser opened. Come back after you sign in. (busy)");
   EXPECT_EQ(browser.Snapshot(), std::vector{std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=" + FlowId()});
-  EXPECT_TRUE(
-      std::regex_match(FlowId(), std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")));
+  EXPECT_TRUE(std::regex_match(FlowId(), kUuid));
   ASSERT_TRUE(WaitUntil([] { return !FcpAuthBusy(); }));
   httplib::Request poll = backend.Seen(kRelay)[0];
   EXPECT_EQ(std::to_string(Polls()) + " " + poll.target + " " + poll.get_header_value("Authorization") + " " + Status(),
@@ -245,13 +254,15 @@ TEST_F(AuthTest, PollsGoOnWhileAPassHangsAndASecondSignInSupersedesTheFirst) {
 
 // An answer that arrives after a sign-out, or after a newer sign-in began, changes neither session, file nor status.
 TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
-  // The path answered late, its answer, a call sending it on a thread of its own, a call while it is held, the status.
+  // The path answered late, its answer, a call sending it on a thread of its own and returning once it is answered,
+  // a call while it is held, the status.
   const std::tuple<const char*, Reply, std::function<void()>, std::function<void()>, std::string> rows[] = {
       {"/auth/v1/token", kRotated, RefreshIfNeeded, FcpAuthLogout, "Signed out"},
       {"/auth/v1/token", {400}, RefreshIfNeeded, [] { FcpAuthLogout(), FcpAuthLogin(); },
        "Browser opened. Come back after you sign in."},
       {"/auth/v1/user", {200, R"({"email":"late@x.y"})"}, RefreshIfNeeded, FcpAuthLogout, "Signed out"},
-      {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}), FcpAuthLogin, FcpAuthLogout, "Signed out"},
+      {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}),
+       [] { FcpAuthLogin(), StopMaintenanceTimer(), WaitForBackgroundTasks(); }, FcpAuthLogout, "Signed out"},
       {"/auth/v1/token", kRotated, RefreshIfNeeded, [this] { fs::remove(Support("fcp-session.json")); }, "Signed out"},
   };
   for (const auto& [path, answer, send, interrupt, status] : rows) {
@@ -267,7 +278,6 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
     interrupt();
     release = true;
     sender.join();
-    std::this_thread::sleep_for(200ms);  // for a poll's answer to reach the session, were it applied
     const bool kept = Read("fcp-session.json") || HoldsSession(CurrentSession());
     EXPECT_EQ(Status() + (kept ? " and a session" : ""), status) << path;
   }
@@ -318,8 +328,8 @@ TEST_F(AuthTest, TheAccountShowsFromTheStartAndAPassDuringARefreshSkipsItsOwn) {
   EXPECT_EQ(backend.Seen("/auth/v1/token").size(), 1u);
 }
 
-// Once per UTC day with the same install id; a failure is logged and retried. The build number stands in for a
-// missing marketing version.
+// Once per UTC day with the same install id, made at the first report; a failure is logged and retried. The build
+// number stands in for a missing marketing version, "0" for both. One report at a time.
 TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
   // Time, answer, bundle info, then the version in the last report, the reports sent in all and the day recorded.
   const std::tuple<double, int, std::map<std::string, std::string>, std::string, size_t, std::string> passes[] = {
@@ -327,7 +337,9 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
       {1709251199, 200, {{"CFBundleShortVersionString", ""}, {"CFBundleVersion", "57"}}, "57", 2, "2024-02-29"},
       {1709251199, 200, {}, "57", 2, "2024-02-29"},  // 23:59:59 UTC: sent already today
       {1709251200, 200, {{"CFBundleVersion", ""}}, "", 3, "2024-03-01"},
+      {1709337600, 200, {}, "0", 4, "2024-03-02"},
   };
+  std::optional<std::string> installId;  // as the first report saved it
   for (const auto& [now, answer, info, version, count, day] : passes) {
     clock.Set(now);
     backend.Answer(kHeartbeat, Reply{answer, "not json"});
@@ -336,13 +348,20 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
     WaitForBackgroundTasks();
     std::vector<httplib::Request> sent = backend.Seen(kHeartbeat);
     ASSERT_EQ(sent.size(), count) << now;
+    if (!installId) installId = Read("fcp-install-id.txt").value_or("");
     EXPECT_EQ(Read("fcp-heartbeat-day.txt").value_or("none") + " " + sent.back().get_header_value("Authorization") +
                   " " + sent.back().body,
               day + " Bearer " + kKey + " " +
-                  Dump({{"host", "fcp"}, {"installId", Read("fcp-install-id.txt").value_or("")},
+                  Dump({{"host", "fcp"}, {"installId", *installId},
                         {"platform", "linux"}, {"product", "vask"}, {"version", version}}));
   }
+  EXPECT_TRUE(std::regex_match(*installId, kUuid)) << *installId;
   EXPECT_EQ(log.Snapshot(), std::vector<std::string>{"[Orvistelle] heartbeat failed (503)"});
+  clock.Set(1709424000);  // a second pass while a report is unanswered sends nothing
+  backend.Answer(kHeartbeat, Held(Reply{}));
+  ReportHeartbeatIfNeeded(), ReportHeartbeatIfNeeded(), release = true;
+  WaitForBackgroundTasks();
+  EXPECT_EQ(backend.Seen(kHeartbeat).size(), 5u);
 }
 
 }  // namespace

@@ -168,14 +168,14 @@ TEST_F(Service, InThisProcess) {
   auth::ResetAuthForTesting();  // before the backend and the fakes go
 }
 
-// `hosts` hosts run side by side, `runs` times, each on the state `arrange` lays out; each must print every line of
-// `expected`, its exit included, and `check` holds after each run.
+// `hosts` hosts run side by side, `runs` times, each on the state `given` lays out; each must print every line of
+// `prints`, its exit included, and `then` holds after each run.
 struct Row {
   const char* what;
-  std::function<void()> arrange = [] {};
+  std::function<void()> given = [] {};
   std::vector<std::string> argv;
-  std::vector<std::string> expected;
-  std::function<void()> check = [] {};
+  std::vector<std::string> prints;
+  std::function<void()> then = [] {};
   std::optional<int> timerMs = {};
   int runs = 1, hosts = 1;
   std::vector<std::string> secondArgv = {};  // the second host's, when not the first's
@@ -262,66 +262,64 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
   const std::string version = std::string("=") + config::kVersion, padding(platform::kMaxResponseBytes, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
-      {.what = "a signed-in host in a plug-in bundle", .arrange = signedIn, .argv = {"dismiss", "500"},
-       .expected = {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
-                    "version" + version, "headers" + version},
-       .check = saved},
-      {.what = "a signed-in user upgrading", .arrange = upgrading, .argv = {"report"},
-       .expected = {"exit=0", "session=1", "email=host@example.org", "soft=0"}, .check = upgraded},
+      {.what = "a signed-in host in a plug-in bundle", .given = signedIn, .argv = {"dismiss", "500"},
+       .prints = {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
+                  "version" + version, "headers" + version}, .then = saved},
+      {.what = "a signed-in user upgrading", .given = upgrading, .argv = {"report"},
+       .prints = {"exit=0", "session=1", "email=host@example.org", "soft=0"}, .then = upgraded},
       {.what = "folders at both",
-       .arrange = [&] { for (auto& name : {session, dismissal}) fs::create_directory(State(name)); },
-       .argv = {"report"}, .expected = absent},
-      {.what = "pipes at both",
-       .arrange = [&] { for (auto& name : {session, dismissal}) mkfifo(State(name).c_str(), 0600); },
-       .argv = {"report"}, .expected = absent},
-      {.what = "an endless session", .arrange = [&] { fs::create_symlink("/dev/zero", State(session)); },
-       .argv = {"report"}, .expected = absent},
+       .given = [&] { for (auto& at : {session, dismissal}) fs::create_directory(State(at)); },
+       .argv = {"report"}, .prints = absent},
+      {.what = "pipes at both", .given = [&] { for (auto& at : {session, dismissal}) mkfifo(State(at).c_str(), 0600); },
+       .argv = {"report"}, .prints = absent},
+      {.what = "an endless session", .given = [&] { fs::create_symlink("/dev/zero", State(session)); },
+       .argv = {"report"}, .prints = absent},
       {.what = "an oversized session",
-       .arrange = [&] { std::ofstream(State(session)) << R"({"access_token":"a","refresh_token":"r"})" << padding; },
-       .argv = {"report"}, .expected = absent, .check = [&] {
+       .given = [&] { std::ofstream(State(session)) << R"({"access_token":"a","refresh_token":"r"})" << padding; },
+       .argv = {"report"}, .prints = absent, .then = [&] {
          const std::string log = ReadWholeFile(home_ / ".local/state/orvistelle/orvistelle.log");
          EXPECT_NE(log.find("state file refused: " + State(session).string()), std::string::npos) << log;
        }},
-      {.what = "returning from main", .argv = {"exit", "20000"}, .expected = ok, .runs = 8},
-      {.what = "returning from main, the timer firing every millisecond", .argv = {"exit", "20000"}, .expected = ok,
+      {.what = "returning from main", .argv = {"exit", "20000"}, .prints = ok, .runs = 8},
+      {.what = "returning from main, the timer firing every millisecond", .argv = {"exit", "20000"}, .prints = ok,
        .timerMs = 1, .runs = 8},
-      {.what = "unloading the library twice", .argv = {ORVISTELLE_LOADER}, .expected = ok, .timerMs = 20},
+      {.what = "unloading the library twice", .argv = {ORVISTELLE_LOADER}, .prints = ok, .timerMs = 20},
       // With tokens this short every pass refreshes and saves.
-      {.what = "a kill during saves", .arrange = signedInWith(30, 10), .argv = {"kill", "400000"},
-       .expected = {"exit=signal 9"}, .check = [&] { whole(false); }, .timerMs = 1, .runs = 10},
+      {.what = "a kill during saves", .given = signedInWith(30, 10), .argv = {"kill", "400000"},
+       .prints = {"exit=signal 9"}, .then = [&] { whole(false); }, .timerMs = 1, .runs = 10},
       // Each pass of each host is due to refresh, against a backend that revokes a session whose spent refresh token
       // comes back: through the lock beside the session file one refreshes at a time and the other adopts the answer.
-      {.what = "two hosts on one session", .arrange = signedInWith(60, 0), .argv = {"report", "3000"},
-       .expected = {"exit=0", "session=1"}, .check = [&] { whole(true); }, .timerMs = 50, .hosts = 2},
+      {.what = "two hosts on one session", .given = signedInWith(60, 0), .argv = {"report", "3000"},
+       .prints = {"exit=0", "session=1"}, .then = [&] { whole(true); }, .timerMs = 50, .hosts = 2},
       {.what = "two hosts on one session, a dangling link at the lock",
-       .arrange = withAtLock([&](const fs::path& at) { fs::create_symlink(dir_ / "gone", at); }),
-       .argv = {"report", "1000"}, .expected = {"exit=0", "session=1"}, .check = [&] { whole(true); }, .timerMs = 20,
+       .given = withAtLock([&](const fs::path& at) { fs::create_symlink(dir_ / "gone", at); }),
+       .argv = {"report", "1000"}, .prints = {"exit=0", "session=1"}, .then = [&] { whole(true); }, .timerMs = 20,
        .hosts = 2},
       {.what = "two hosts on one session, a folder at the lock",
-       .arrange = withAtLock([](const fs::path& at) { fs::create_directory(at); }), .argv = {"report", "1000"},
-       .expected = {"exit=0", "session=1"}, .check = [&] { whole(true); }, .timerMs = 20, .hosts = 2},
+       .given = withAtLock([](const fs::path& at) { fs::create_directory(at); }), .argv = {"report", "1000"},
+       .prints = {"exit=0", "session=1"}, .then = [&] { whole(true); }, .timerMs = 20, .hosts = 2},
       // The first refreshes at every pass, slowly: the other's sign-out reaches it with a refresh in flight.
-      {.what = "a sign-out in another host", .arrange = [&] { signedInWith(60, 10)(), tokenDelayMs_ = 500; },
-       .argv = {"report", "2000"}, .expected = {"exit=0", "status=Signed out", "session=0"},
-       .check = [&] { EXPECT_FALSE(fs::exists(State(session))); }, .timerMs = 1, .hosts = 2,
+      {.what = "a sign-out in another host", .given = [&] { signedInWith(60, 10)(), tokenDelayMs_ = 500; },
+       .argv = {"report", "2000"}, .prints = {"exit=0", "status=Signed out", "session=0"},
+       .then = [&] { EXPECT_FALSE(fs::exists(State(session))); }, .timerMs = 1, .hosts = 2,
        .secondArgv = {"signout", "800"}},
       // Retried at once, the refresh gets the successor again; at the next pass it would be too late.
-      {.what = "an answer withheld after rotation", .arrange = [&] { signedInWith(60, 3)(), withheld_ = 1; },
-       .argv = {"report", "4500"}, .expected = {"exit=0", "error=0", "session=1"}, .check = [&] { whole(true); },
+      {.what = "an answer withheld after rotation", .given = [&] { signedInWith(60, 3)(), withheld_ = 1; },
+       .argv = {"report", "4500"}, .prints = {"exit=0", "error=0", "session=1"}, .then = [&] { whole(true); },
        .timerMs = 4000},
-      {.what = "a signed manifest", .arrange = published(std::nullopt, forcing), .argv = {"open", "0"},
-       .expected = {"exit=0", "forced=1", "latest=1.3.0"}, .check = opens("http://127.0.0.1/new.zip")},
-      {.what = "a wrong signature", .arrange = published(std::string(86, 'A') + "==", forcing), .argv = {"open", "0"},
-       .expected = refused, .check = opens(fallback)},
+      {.what = "a signed manifest", .given = published(std::nullopt, forcing), .argv = {"open", "0"},
+       .prints = {"exit=0", "forced=1", "latest=1.3.0"}, .then = opens("http://127.0.0.1/new.zip")},
+      {.what = "a wrong signature", .given = published(std::string(86, 'A') + "==", forcing), .argv = {"open", "0"},
+       .prints = refused, .then = opens(fallback)},
       {.what = "an unsigned manifest",
-       .arrange = [&] { StartBackend(3600, 10, false); published(std::nullopt, forcing)(); },
-       .argv = {"open", "0"}, .expected = refused, .check = opens(fallback)},
+       .given = [&] { StartBackend(3600, 10, false), published(std::nullopt, forcing)(); },
+       .argv = {"open", "0"}, .prints = refused, .then = opens(fallback)},
       {.what = "a manifest changed by one byte after signing",
-       .arrange = published("", std::string(forcing).replace(54, 1, "1")), .argv = {"open", "0"}, .expected = refused,
-       .check = opens(fallback)},
+       .given = published("", std::string(forcing).replace(54, 1, "1")), .argv = {"open", "0"}, .prints = refused,
+       .then = opens(fallback)},
       // The backend ends the session at once, so the refresh token left on this machine is no good anywhere.
-      {.what = "a sign-out", .arrange = signedInWith(3600, 10), .argv = {"logout", "3000"},
-       .expected = {"exit=0", "status=Signed out", "session=0"}, .check = [&] {
+      {.what = "a sign-out", .given = signedInWith(3600, 10), .argv = {"logout", "3000"},
+       .prints = {"exit=0", "status=Signed out", "session=0"}, .then = [&] {
          const json token = {{"refresh_token", json::parse(held)["refresh_token"]}};
          auto refresh = httplib::Client("127.0.0.1", backend_->Port())
                             .Post("/auth/v1/token?grant_type=refresh_token", {{"apikey", config::kPublicApiKey}},
@@ -335,7 +333,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       tokenDelayMs_ = withheld_ = 0;
       fs::remove_all(dir_ / "home");
       fs::create_directories(State(""));
-      row.arrange();
+      row.given();
       std::vector<std::string> seen(row.hosts);
       std::vector<std::thread> hosts;
       for (int i = 0; i < row.hosts; ++i) {
@@ -344,11 +342,11 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       }
       for (std::thread& host : hosts) host.join();
       for (const std::string& host : seen) {
-        for (const std::string& line : row.expected) {
+        for (const std::string& line : row.prints) {
           EXPECT_NE(host.find("\n" + line + "\n"), std::string::npos) << row.what << ": " << line << "\n" << host;
         }
       }
-      row.check();
+      row.then();
     }
   }
 }

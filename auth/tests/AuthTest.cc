@@ -160,7 +160,8 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
 // The backend rotates the refresh token on arrival and hands the successor out again only briefly. So a refresh whose
 // answer is lost is retried within the pass, and an answer that waited in the socket through a stop is taken.
 TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
-  // Answers in turn (a status of -1 answers only after the client gave up), then requests sent, refresh token, status.
+  // Answers in turn (a status of -1 answers only once the client gave up: it asked again or the pass ended), then
+  // requests sent, refresh token, status.
   const std::tuple<const char*, std::vector<Reply>, std::string> rows[] = {
       {"withheld, then handed out again", {{-1, kRotated.body}, kRotated}, "2 r2 e@x.y"},
       {"never answered", {{-1}, {-1}, {-1}, {-1}, {-1}}, "4 r1 e@x.y"},
@@ -170,22 +171,28 @@ TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
     Restart();
     UseSettings([](AuthSettings& s) { s.refreshIdle = 100ms; });
     const size_t before = backend.Seen("/auth/v1/token").size();
+    release = false;
     backend.Answer("/auth/v1/token", [&answers = answers, before, this](const httplib::Request&) {
-      Reply reply = answers.at(backend.Seen("/auth/v1/token").size() - before - 1);
-      if (reply.status < 0) std::this_thread::sleep_for(300ms), reply.status = 200;
-      return reply;
+      const size_t mine = backend.Seen("/auth/v1/token").size() - before;
+      Reply reply = answers.at(mine - 1);
+      if (reply.status >= 0) return reply;
+      WaitUntil([&] { return release || backend.Seen("/auth/v1/token").size() - before > mine; }, 10s);
+      return Reply{200, reply.body};
     });
     SignedIn(clock.Now());
     RefreshIfNeeded();
+    release = true;
     const size_t sent = backend.Seen("/auth/v1/token").size() - before;
     EXPECT_EQ(std::to_string(sent) + " " + CurrentSession().refresh + " " + Status(), after) << what;
   }
   // A child stopped past its request's whole wait while the answer is sent: the time stopped does not count.
+  release = false;
   backend.Answer("/stop", Held(kRotated));
   std::thread stopper([this] {
-    WaitUntil([this] { return !backend.Seen("/stop").empty(); });
+    WaitUntil([this] { return !backend.Seen("/stop").empty(); }, 20s);
     const pid_t child = std::stoi(Read("child").value_or("0"));
-    kill(child, SIGSTOP), release = true;
+    if (child > 0) kill(child, SIGSTOP);  // never 0, which would stop this test's whole process group
+    release = true;
     std::this_thread::sleep_for(2500ms), kill(child, SIGCONT);
   });
   std::optional<std::string> seen = platform::fault::InChildProcess([] { return true; }, [this] {

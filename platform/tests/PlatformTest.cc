@@ -41,9 +41,8 @@ TEST(LanguageTag, IsTheFirstNamedLocaleWithoutEncodingOrModifier) {
 // A development override is taken only in a form that cannot be mistaken; anything else leaves the built-in value.
 TEST(DevOverrides, TakeOnlyWellFormedValues) {
   const auto taken = [] {  // every override read, "" for none
-    const std::optional<std::chrono::milliseconds> timer = DevTimerPeriod();
     return DevBackendBase().value_or("") + DevHomeDirectory().value_or("") + DevUpdateKey().value_or("") +
-           (timer ? std::to_string(timer->count()) + " ms" : "");
+           (DevTimerPeriod() ? std::to_string(DevTimerPeriod()->count()) + " ms" : "");
   };
   const std::tuple<const char*, const char*, std::string> rows[] = {
       {"ORVISTELLE_DEV_BACKEND", "http://127.0.0.1:5", "http://127.0.0.1:5"},

@@ -41,21 +41,22 @@ using SetupTest = ShellFixture;
 TEST_F(SetupTest, SetupMendsWhatIsMissingAndSaysHowItWent) {
   const struct {
     const char* what;
-    bool host, templ;
-    int registerStatus, toolStatus;
-    bool listed, bundled;
-    std::vector<std::string> calls;
+    bool host = false, templ = false;
+    int registerStatus = 0, toolStatus = 0;
+    bool listed = true, bundled = true;
+    std::vector<std::string> calls = {"register"};
     const char* installed;
     std::string hint;
   } cases[] = {
-      {"only host missing", false, true, 0, 0, true, true, {"register"}, "old", kDone},
-      {"tool takes over", false, false, -13, 0, true, true, {"register", "tool"}, "new", kDone},
-      {"tool fails too", false, false, -2, -2, true, true, {"register", "tool"}, "",
-       "error: Registration failed (error -2). Move the app to Applications and try again."},
-      {"not listed yet", false, false, 0, 0, false, true, {"register"}, "new",
-       "warning: Registration sent. Try again in a moment if status stays unchanged."},
-      {"no bundled template", false, false, 0, 0, true, false, {"register"}, "",
-       kInstallFailed + "Template files are missing from this app. Re-download the package."}};
+      {.what = "only host missing", .templ = true, .installed = "old", .hint = kDone},
+      {.what = "tool takes over", .registerStatus = -13, .calls = {"register", "tool"}, .installed = "new",
+       .hint = kDone},
+      {.what = "tool fails too", .registerStatus = -2, .toolStatus = -2, .calls = {"register", "tool"}, .installed = "",
+       .hint = "error: Registration failed (error -2). Move the app to Applications and try again."},
+      {.what = "not listed yet", .listed = false, .installed = "new",
+       .hint = "warning: Registration sent. Try again in a moment if status stays unchanged."},
+      {.what = "no bundled template", .bundled = false, .installed = "",
+       .hint = kInstallFailed + "Template files are missing from this app. Re-download the package."}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     SetHostRegistered(c.host);
@@ -100,21 +101,22 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
   using Body = std::function<std::string()>;
   const struct {
     const char* what;
-    std::function<void()> arrange;
-    std::function<std::optional<std::string>(const Body&)> run;
+    std::function<void()> arrange = [] {};
+    std::function<std::optional<std::string>(const Body&)> run = [](const Body& press) { return press(); };
     std::string reason;  // "": any non-empty one
   } cases[] = {
-      {"a file type no copy can take", [this] { mkfifo((BundledTemplate() / "pipe").c_str(), 0600); },
-       [](const Body& press) { return press(); }, ""},
+      {.what = "a file type no copy can take",
+       .arrange = [this] { mkfifo((BundledTemplate() / "pipe").c_str(), 0600); }},
       // The library's copy reports a short write as an input/output error rather than the disk's own reason.
-      {"a full disk", [this] { WriteFile(BundledTemplate() / "Large.png", std::string(64 * 1024, 'p')); },
-       [](const Body& press) { return fault::WithFileSizeLimit(16 * 1024, press); }, ""},
-      {"a copy that cannot be moved into place", [] { failStagedMove = true; },
-       [](const Body& press) { return press(); }, std::strerror(EIO)},
+      {.what = "a full disk",
+       .arrange = [this] { WriteFile(BundledTemplate() / "Large.png", std::string(64 * 1024, 'p')); },
+       .run = [](const Body& press) { return fault::WithFileSizeLimit(16 * 1024, press); }},
+      {.what = "a copy that cannot be moved into place", .arrange = [] { failStagedMove = true; },
+       .reason = std::strerror(EIO)},
       // Last: where no read-only folder can be had, the rest of the test is skipped.
-      {"a read-only videos folder", [] {},
-       [this](const Body& press) { return fault::WithReadOnlyFolder(fs::path(home_.Directory()) / "Videos", press); },
-       std::strerror(geteuid() == 0 ? EROFS : EACCES)},
+      {.what = "a read-only videos folder",
+       .run = [this](auto& press) { return fault::WithReadOnlyFolder(fs::path(home_.Directory()) / "Videos", press); },
+       .reason = std::strerror(geteuid() == 0 ? EROFS : EACCES)},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -124,7 +126,8 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
     const auto before = fault::Snapshot(home_.Directory());
     std::optional<std::string> hint = c.run(PressSetup);
     if (!hint) GTEST_SKIP() << "no read-only folder can be had here: no mount namespace for root";
-    EXPECT_TRUE(hint->starts_with(kInstallFailed) && hint->size() > kInstallFailed.size()) << *hint;
+    EXPECT_TRUE(hint->starts_with(kInstallFailed)) << *hint;
+    EXPECT_GT(hint->size(), kInstallFailed.size());
     if (!c.reason.empty()) EXPECT_EQ(*hint, kInstallFailed + c.reason);
     EXPECT_EQ(fault::Snapshot(home_.Directory()), before);
     fs::remove(BundledTemplate() / "pipe");

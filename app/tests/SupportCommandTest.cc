@@ -32,25 +32,28 @@ class SupportCommand : public ::testing::Test {
 };
 
 TEST_F(SupportCommand, ExitCodeAndWhereTheTextGoes) {
-  const std::string usage = "Usage: orvistelle-fcp [--bundle PATH] COMMAND\n", missing = "/nonexistent/Some.app";
+  static const std::string usage = "Usage: orvistelle-fcp [--bundle PATH] COMMAND\n", missing = "/nonexistent/Some.app";
   const struct {
-    std::vector<std::string> arguments;
-    int exit;
-    std::string out, err;  // the start of standard output and error
+    std::vector<std::string> args;
+    int exit = 2;
+    std::string out, err = usage;  // the start of standard output and error
   } cases[] = {
-      {{"--version"}, 0, std::string("orvistelle-fcp ") + config::kVersion + "\n", ""},
-      {{"--help"}, 0, usage, ""}, {{}, 2, "", usage}, {{"frobnicate"}, 2, "", usage},
-      {{"reset", "--json"}, 2, "", usage}, {{"--help", "status"}, 2, "", usage},
-      {{"status", "--json", "--json"}, 2, "", usage}, {{"--bundle"}, 2, "", usage},
-      {{"--bundle", missing, "status"}, 1, "", "orvistelle-fcp: no application bundle at /nonexistent/"},
+      {.args = {"--version"}, .exit = 0, .out = std::string("orvistelle-fcp ") + config::kVersion + "\n", .err = ""},
+      {.args = {"--help"}, .exit = 0, .out = usage, .err = ""}, {.args = {}}, {.args = {"frobnicate"}},
+      {.args = {"reset", "--json"}}, {.args = {"--help", "status"}}, {.args = {"status", "--json", "--json"}},
+      {.args = {"--bundle"}},
+      {.args = {"--bundle", missing, "status"}, .exit = 1,
+       .err = "orvistelle-fcp: no application bundle at /nonexistent/"},
       // Were the refusal broken, a missing bundle still stops the child before it reaches the real support folder.
-      {{"--bundle", missing, "reset"}, 1, "", "orvistelle-fcp: reset removes the installed template"},
-      {{"status"}, 1, "Plugin host: Needed\nEffect service: Ready\nMotion template: Needed\n", ""}};
+      {.args = {"--bundle", missing, "reset"}, .exit = 1,
+       .err = "orvistelle-fcp: reset removes the installed template"},
+      {.args = {"status"}, .exit = 1, .out = "Plugin host: Needed\nEffect service: Ready\nMotion template: Needed\n",
+       .err = ""}};
   for (const auto& c : cases) {
-    const auto outcome = Run(c.arguments);
+    const auto outcome = Run(c.args);
     EXPECT_EQ(std::tuple(outcome.exitCode, outcome.out.substr(0, c.out.size()), outcome.err.substr(0, c.err.size())),
               std::tuple(c.exit, c.out, c.err))
-        << ::testing::PrintToString(c.arguments);
+        << ::testing::PrintToString(c.args);
   }
 }
 
@@ -106,8 +109,9 @@ TEST_F(SupportCommand, AnEntryNamingTheBundleIsItsRegistrationAndResetRemovesOnl
     const char* name;
     std::string named;
     bool stays;
-  } entries[] = {{"another copy's", "/b/other.app", true}, {"set-up's", bundle.string(), false},
-                 {"set-up's, through a link", link.string(), false}};
+  } entries[] = {{.name = "another copy's", .named = "/b/other.app", .stays = true},
+                 {.name = "set-up's", .named = bundle.string(), .stays = false},
+                 {.name = "set-up's, through a link", .named = link.string(), .stays = false}};
   for (const auto& entry : entries) {
     WriteFile(EntryIn("data"), "[Desktop Entry]\nX-Orvistelle-Bundle=" + entry.named + "\n");
     const int exitCode = Run({"reset", "--yes"}).exitCode;  // before the checks, whatever order they run in

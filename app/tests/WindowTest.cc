@@ -98,7 +98,10 @@ TEST_P(DecisionTableTest, PaintsRowsButtonAndHintFromTheProbesAndReturnSetsUp) {
   EXPECT_EQ(std::pair(Text("hintLabel"), Text("templateValueLabel")), std::pair(QString(kDone), QString("Ready")));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllProbeResults, DecisionTableTest, ::testing::Range(0, 8));
+INSTANTIATE_TEST_SUITE_P(AllProbeResults, DecisionTableTest, ::testing::Range(0, 8), [](const auto& info) {
+  return std::string(info.param & 1 ? "Host" : "NoHost") + (info.param & 2 ? "Service" : "NoService") +
+         (info.param & 4 ? "Template" : "NoTemplate");
+});
 
 // Each link, pressed as a screen reader presses it, opens only its page.
 // The window's images are the pixels drawn from the SVG sources, premultiplied, at the sizes the views show them; a
@@ -211,11 +214,12 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
       }
     }
     const auto views = window_.findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
-    for (const QWidget* view : views)
+    for (const QWidget* view : views) {
+      EXPECT_TRUE(window_.rect().contains(view->geometry())) << tag << " " << view->objectName().toStdString();
       for (const QWidget* other : views)
-        EXPECT_TRUE(window_.rect().contains(view->geometry()) &&
-                    (view == other || !view->geometry().intersects(other->geometry())))
+        EXPECT_TRUE(view == other || !view->geometry().intersects(other->geometry()))
             << tag << " " << view->objectName().toStdString() << " against " << other->objectName().toStdString();
+    }
   }
 }
 
@@ -245,8 +249,8 @@ class Launch : public ::testing::Test {
     sockaddr_un address{AF_UNIX, {}};
     SocketPath().string().copy(address.sun_path, sizeof address.sun_path - 1);
     held_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_TRUE(bind(held_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-                (!listening || listen(held_, 4) == 0));
+    ASSERT_EQ(bind(held_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    if (listening) ASSERT_EQ(listen(held_, 4), 0);
   }
   void HoldLock() { flock(held_ = open((SocketPath() += ".lock").c_str(), O_RDWR | O_CREAT, 0600), LOCK_EX); }
   // Run as anyone but root, the root folder is another user's.
@@ -277,7 +281,8 @@ TEST_F(Launch, WithoutADisplayItSaysSoAndASecondLaunchRaisesTheFirst) {
   ASSERT_TRUE(Said(first, "heartbeat failed"));  // the maintenance starts once the window has shown
   EXPECT_EQ(Finished(Start()), std::pair(0, QByteArray()));
   // The offscreen platform cannot stack windows and says so when asked to raise one.
-  EXPECT_TRUE(Said(first, "support raise()") && first->state() == QProcess::Running);
+  EXPECT_TRUE(Said(first, "support raise()"));
+  EXPECT_EQ(first->state(), QProcess::Running);
 }
 
 // A name, what makes asking a running copy impossible, and what the app says about it.
@@ -289,7 +294,9 @@ TEST_P(LaunchObstacle, StartsAnywayAndSaysWhy) {
   const auto& [name, arrange, why] = GetParam();
   arrange(*this);
   QProcess* app = Start();
-  EXPECT_TRUE(Said(app, why) && Said(app, "heartbeat failed") && app->state() == QProcess::Running);
+  EXPECT_TRUE(Said(app, why));
+  EXPECT_TRUE(Said(app, "heartbeat failed"));
+  EXPECT_EQ(app->state(), QProcess::Running);
 }
 
 const Obstacle kObstacles[] = {

@@ -27,6 +27,8 @@ const char kHeartbeat[] = "/console/v1/plugin/heartbeat";
 const std::string kKey = config::kPublicApiKey;
 const Reply kRotated{200, R"({"access_token":"a2","refresh_token":"r2"})"};
 
+const std::regex kUuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+
 Reply Row(const Json& payload) { return {200, Dump(Json::array({{{"session_payload", payload}}}))}; }
 
 // The settings read the development overrides once, when first needed: so only the ctest entry of that name, which
@@ -119,6 +121,13 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
                 " application/json");
 }
 
+// This process's descriptors open on `path`.
+long DescriptorsOn(const fs::path& path) {
+  std::error_code gone;
+  return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
+                               [&](const fs::path& fd) { return fs::equivalent(fd, path, gone); });
+}
+
 // Another process refreshes under the lock beside the file, or deletes the file: a pass waits for the lock and
 // follows the file rather than present a spent token. Where the lock's path is unusable the support folder is the
 // lock. A process that keeps the lock (stopped mid-refresh) delays the refresh to the next pass, not for ever.
@@ -146,8 +155,9 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
     std::atomic<bool> done{false};
     std::thread pass([&done] { RefreshIfNeeded(), done = true; });
-    std::this_thread::sleep_for(file == "kept" ? 600ms : 100ms);
-    EXPECT_EQ(done, file == "kept") << after;
+    const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
+    ASSERT_TRUE(WaitUntil([&locked] { return DescriptorsOn(locked) == 2; })) << after;  // the pass's and ours
+    EXPECT_EQ(WaitUntil([&done] { return done.load(); }, file == "kept" ? 5s : 0s), file == "kept") << after;
     if (file.empty()) fs::remove(Support("fcp-session.json"));
     if (!file.empty() && file != "kept") Write("fcp-session.json", file);
     close(lock);
@@ -160,7 +170,8 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
 // The backend rotates the refresh token on arrival and hands the successor out again only briefly. So a refresh whose
 // answer is lost is retried within the pass, and an answer that waited in the socket through a stop is taken.
 TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
-  // Answers in turn (a status of -1 answers only after the client gave up), then requests sent, refresh token, status.
+  // Answers in turn (a status of -1 answers only once the client gave up: it asked again or the pass ended), then
+  // requests sent, refresh token, status.
   const std::tuple<const char*, std::vector<Reply>, std::string> rows[] = {
       {"withheld, then handed out again", {{-1, kRotated.body}, kRotated}, "2 r2 e@x.y"},
       {"never answered", {{-1}, {-1}, {-1}, {-1}, {-1}}, "4 r1 e@x.y"},
@@ -170,22 +181,28 @@ TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
     Restart();
     UseSettings([](AuthSettings& s) { s.refreshIdle = 100ms; });
     const size_t before = backend.Seen("/auth/v1/token").size();
+    release = false;
     backend.Answer("/auth/v1/token", [&answers = answers, before, this](const httplib::Request&) {
-      Reply reply = answers.at(backend.Seen("/auth/v1/token").size() - before - 1);
-      if (reply.status < 0) std::this_thread::sleep_for(300ms), reply.status = 200;
-      return reply;
+      const size_t mine = backend.Seen("/auth/v1/token").size() - before;
+      Reply reply = answers.at(mine - 1);
+      if (reply.status >= 0) return reply;
+      WaitUntil([&] { return release || backend.Seen("/auth/v1/token").size() - before > mine; }, 10s);
+      return Reply{200, reply.body};
     });
     SignedIn(clock.Now());
     RefreshIfNeeded();
+    release = true;
     const size_t sent = backend.Seen("/auth/v1/token").size() - before;
     EXPECT_EQ(std::to_string(sent) + " " + CurrentSession().refresh + " " + Status(), after) << what;
   }
   // A child stopped past its request's whole wait while the answer is sent: the time stopped does not count.
+  release = false;
   backend.Answer("/stop", Held(kRotated));
   std::thread stopper([this] {
-    WaitUntil([this] { return !backend.Seen("/stop").empty(); });
+    WaitUntil([this] { return !backend.Seen("/stop").empty(); }, 20s);
     const pid_t child = std::stoi(Read("child").value_or("0"));
-    kill(child, SIGSTOP), release = true;
+    if (child > 0) kill(child, SIGSTOP);  // never 0, which would stop this test's whole process group
+    release = true;
     std::this_thread::sleep_for(2500ms), kill(child, SIGCONT);
   });
   std::optional<std::string> seen = platform::fault::InChildProcess([] { return true; }, [this] {
@@ -226,8 +243,7 @@ TEST_F(AuthTest, RelayDeliversTheSession) {
   FcpAuthMaintain();  // the sign-in has started the maintenance already: nothing is reloaded
   EXPECT_EQ(Status() + (FcpAuthBusy() ? " (busy)" : ""), "Browser opened. Come back after you sign in. (busy)");
   EXPECT_EQ(browser.Snapshot(), std::vector{std::string(config::kSiteURL) + "/sign-in?from=vask&flowId=" + FlowId()});
-  EXPECT_TRUE(
-      std::regex_match(FlowId(), std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")));
+  EXPECT_TRUE(std::regex_match(FlowId(), kUuid));
   ASSERT_TRUE(WaitUntil([] { return !FcpAuthBusy(); }));
   httplib::Request poll = backend.Seen(kRelay)[0];
   EXPECT_EQ(std::to_string(Polls()) + " " + poll.target + " " + poll.get_header_value("Authorization") + " " + Status(),
@@ -255,13 +271,15 @@ TEST_F(AuthTest, PollsGoOnWhileAPassHangsAndASecondSignInSupersedesTheFirst) {
 
 // An answer that arrives after a sign-out, or after a newer sign-in began, changes neither session, file nor status.
 TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
-  // The path answered late, its answer, a call sending it on a thread of its own, a call while it is held, the status.
+  // The path answered late, its answer, a call sending it on a thread of its own and returning once it is answered,
+  // a call while it is held, the status.
   const std::tuple<const char*, Reply, std::function<void()>, std::function<void()>, std::string> rows[] = {
       {"/auth/v1/token", kRotated, RefreshIfNeeded, FcpAuthLogout, "Signed out"},
       {"/auth/v1/token", {400}, RefreshIfNeeded, [] { FcpAuthLogout(), FcpAuthLogin(); },
        "Browser opened. Come back after you sign in."},
       {"/auth/v1/user", {200, R"({"email":"late@x.y"})"}, RefreshIfNeeded, FcpAuthLogout, "Signed out"},
-      {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}), FcpAuthLogin, FcpAuthLogout, "Signed out"},
+      {kRelay, Row({{"access_token", "a2"}, {"refresh_token", "r2"}}),
+       [] { FcpAuthLogin(), StopMaintenanceTimer(), WaitForBackgroundTasks(); }, FcpAuthLogout, "Signed out"},
       {"/auth/v1/token", kRotated, RefreshIfNeeded, [this] { fs::remove(Support("fcp-session.json")); }, "Signed out"},
   };
   for (const auto& [path, answer, send, interrupt, status] : rows) {
@@ -277,7 +295,6 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
     interrupt();
     release = true;
     sender.join();
-    std::this_thread::sleep_for(200ms);  // for a poll's answer to reach the session, were it applied
     const bool kept = Read("fcp-session.json") || HoldsSession(CurrentSession());
     EXPECT_EQ(Status() + (kept ? " and a session" : ""), status) << path;
   }
@@ -327,8 +344,8 @@ TEST_F(AuthTest, TheAccountShowsFromTheStartAndAPassDuringARefreshSkipsItsOwn) {
   EXPECT_EQ(backend.Seen("/auth/v1/token").size(), 1u);
 }
 
-// Once per UTC day with the same install id; a failure is logged and retried. The build number stands in for a
-// missing marketing version.
+// Once per UTC day with the same install id, made at the first report; a failure is logged and retried. The build
+// number stands in for a missing marketing version, "0" for both. One report at a time.
 TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
   // Time, answer, bundle info, then the version in the last report, the reports sent in all and the day recorded.
   const std::tuple<double, int, std::map<std::string, std::string>, std::string, size_t, std::string> passes[] = {
@@ -336,7 +353,9 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
       {1709251199, 200, {{"CFBundleShortVersionString", ""}, {"CFBundleVersion", "57"}}, "57", 2, "2024-02-29"},
       {1709251199, 200, {}, "57", 2, "2024-02-29"},  // 23:59:59 UTC: sent already today
       {1709251200, 200, {{"CFBundleVersion", ""}}, "", 3, "2024-03-01"},
+      {1709337600, 200, {}, "0", 4, "2024-03-02"},
   };
+  std::optional<std::string> installId;  // as the first report saved it
   for (const auto& [now, answer, info, version, count, day] : passes) {
     clock.Set(now);
     backend.Answer(kHeartbeat, Reply{answer, "not json"});
@@ -345,13 +364,20 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
     WaitForBackgroundTasks();
     std::vector<httplib::Request> sent = backend.Seen(kHeartbeat);
     ASSERT_EQ(sent.size(), count) << now;
+    if (!installId) installId = Read("fcp-install-id.txt").value_or("");
     EXPECT_EQ(Read("fcp-heartbeat-day.txt").value_or("none") + " " + sent.back().get_header_value("Authorization") +
                   " " + sent.back().body,
               day + " Bearer " + kKey + " " +
-                  Dump({{"host", "fcp"}, {"installId", Read("fcp-install-id.txt").value_or("")},
+                  Dump({{"host", "fcp"}, {"installId", *installId},
                         {"platform", "linux"}, {"product", "vask"}, {"version", version}}));
   }
+  EXPECT_TRUE(std::regex_match(*installId, kUuid)) << *installId;
   EXPECT_EQ(log.Snapshot(), std::vector<std::string>{"[Orvistelle] heartbeat failed (503)"});
+  clock.Set(1709424000);  // a second pass while a report is unanswered sends nothing
+  backend.Answer(kHeartbeat, Held(Reply{}));
+  ReportHeartbeatIfNeeded(), ReportHeartbeatIfNeeded(), release = true;
+  WaitForBackgroundTasks();
+  EXPECT_EQ(backend.Seen(kHeartbeat).size(), 5u);
 }
 
 }  // namespace

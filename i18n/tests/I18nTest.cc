@@ -26,7 +26,8 @@ TEST(Catalogue, EveryKeyOnceAndEveryTextPresentWithTheEllipsisCharacter) {
   for (const CatalogueEntry& entry : CatalogueEntries()) {
     EXPECT_TRUE(keys.insert(entry.key).second) << entry.key;
     for (const char* text : entry.texts) {
-      ASSERT_TRUE(text != nullptr && *text != '\0') << entry.key;
+      ASSERT_NE(text, nullptr) << entry.key;
+      EXPECT_STRNE(text, "") << entry.key;
       EXPECT_EQ(std::string_view(text).find("..."), std::string_view::npos) << text;
     }
   }
@@ -61,6 +62,7 @@ TEST(Language, PrintedTextsAndLinksFollowTheLanguage) {
       {"ja", "/ja", "設定中…"},  {"ko", "/ko", "설정 중…"},           {"pt-BR", "/pt-BR", "Configurando…"},
       {"es", "/es", "Configurando…"}, {"de", "", "Wird eingerichtet…"}};
   for (const auto& [tag, prefix, working] : languages) {
+    SCOPED_TRACE(tag);
     Prefer({tag});
     EXPECT_EQ(FcpT("shell.actionWorking"), working);
     const std::string site = config::kSiteURL + prefix;

@@ -111,10 +111,9 @@ class Service : public ::testing::Test {
     response.set_content(answer->body, answer->get_header_value("Content-Type"));
   }
 
-  // What the hosts' browser was asked to open, once the script has written it.
+  // What the hosts' browser was asked to open, once the script has written its line.
   std::string Opened() const {
-    for (int tries = 0; tries < 500 && !fs::exists(opened_); ++tries) std::this_thread::sleep_for(10ms);
-    std::this_thread::sleep_for(50ms);
+    platform::testing::WaitUntil([this] { return ReadWholeFile(opened_).ends_with('\n'); });
     return ReadWholeFile(opened_);
   }
 
@@ -142,19 +141,24 @@ TEST_F(Service, InThisProcess) {
   auth::SetAuthSettingsForTesting(settings);
   update::SetDownloadBaseURLForTesting(backend_->BaseURL());
   FcpUpdateMaintain();
-  ASSERT_TRUE(update::WaitForCheckForTesting(20s) && FcpServiceUpdateForced());
+  ASSERT_TRUE(update::WaitForCheckForTesting(20s));
+  ASSERT_TRUE(FcpServiceUpdateForced());
   auth::SetStatusText("first", true);
   const char* first = FcpServiceStatus();
   FcpServiceLogin();
-  EXPECT_TRUE(fakes.browser.Snapshot().empty() && !FcpServiceBusy() && FcpServiceStatusIsError());
+  EXPECT_EQ(fakes.browser.Snapshot(), std::vector<std::string>{});
+  EXPECT_FALSE(FcpServiceBusy());
+  EXPECT_TRUE(FcpServiceStatusIsError());
   FcpServiceLogout();
   EXPECT_STRNE(FcpServiceStatus(), "first");
   auth::SetStatusText("first", false);
-  EXPECT_TRUE(FcpServiceStatus() == first && std::string(first) == "first");
+  EXPECT_EQ(FcpServiceStatus(), first);
+  EXPECT_STREQ(first, "first");
   fakes.bundle.SetInfo("CFBundleShortVersionString", "1.1.0");
   for (auto open : {FcpServiceLogin, FcpServiceOpenSignUp, FcpServiceOpenDocs, FcpServiceOpenTerms,
                     FcpServiceOpenPrivacy, FcpServiceOpenSite, FcpServiceUpdateOpenDownload}) open();
-  EXPECT_TRUE(fakes.browser.Snapshot().size() == 7 && FcpServiceBusy());
+  EXPECT_EQ(fakes.browser.Snapshot().size(), 7u);
+  EXPECT_TRUE(FcpServiceBusy());
   const long long before = AllocatedBytes();
   for (int pass = 0; pass < 20000; ++pass) {
     auth::SetStatusText(std::to_string(pass) + std::string(200, '@'), false);
@@ -164,14 +168,14 @@ TEST_F(Service, InThisProcess) {
   auth::ResetAuthForTesting();  // before the backend and the fakes go
 }
 
-// `hosts` hosts run side by side, `runs` times, each on the state `arrange` lays out; each must print every line of
-// `expected`, its exit included, and `check` holds after each run.
+// `hosts` hosts run side by side, `runs` times, each on the state `given` lays out; each must print every line of
+// `prints`, its exit included, and `then` holds after each run.
 struct Row {
   const char* what;
-  std::function<void()> arrange;
+  std::function<void()> given = [] {};
   std::vector<std::string> argv;
-  std::vector<std::string> expected;
-  std::function<void()> check = [] {};
+  std::vector<std::string> prints;
+  std::function<void()> then = [] {};
   std::optional<int> timerMs = {};
   int runs = 1, hosts = 1;
   std::vector<std::string> secondArgv = {};  // the second host's, when not the first's
@@ -194,10 +198,13 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     for (const auto& [name, key, value] : {std::tuple(session, "email", "host@example.org"),
                                            std::tuple(dismissal, "version", "1.3.0")}) {
       const fs::file_status status = fs::symlink_status(State(name));
-      EXPECT_TRUE(fs::is_regular_file(status) && status.permissions() == fs::perms(0600)) << name;
+      EXPECT_TRUE(fs::is_regular_file(status)) << name;
+      EXPECT_EQ(static_cast<int>(status.permissions()), 0600) << name;
       EXPECT_EQ(json::parse(ReadWholeFile(State(name)), nullptr, false)[key], value) << name;
     }
-    EXPECT_TRUE(ReadWholeFile(outside) == laid && !fs::exists(State(stale)) && fs::exists(State(young)));
+    EXPECT_EQ(ReadWholeFile(outside), laid);
+    EXPECT_FALSE(fs::exists(State(stale)));
+    EXPECT_TRUE(fs::exists(State(young)));
     const std::string agent = std::string("orvistelle-host/120 orvistelle/") + config::kVersion + " (Linux)";
     EXPECT_NE(httplib::Client("127.0.0.1", backend_->Port()).Get("/dev")->body.find(agent), std::string::npos);
     EXPECT_TRUE(fs::exists(home_ / ".local/state/orvistelle/orvistelle.log"));
@@ -216,7 +223,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
     json saved = json::parse(ReadWholeFile(State(session)), nullptr, false);
     if (!saved.is_object()) saved = json::object();  // gone, signed out
     for (const char* token : {"access_token", "refresh_token"}) EXPECT_NE(saved.value(token, ""), "") << token;
-    EXPECT_TRUE(!refreshed || saved.value("access_token", "") != json::parse(held).value("access_token", ""));
+    if (refreshed) EXPECT_NE(saved.value("access_token", ""), json::parse(held).value("access_token", ""));
   };
   // A signed-in user of the version that kept its files where a Mac keeps them, with the update put off.
   const std::string installId = "0f8e2b8a-5d7c-4e0b-9a61-3c2d1e0f9a8b";
@@ -255,52 +262,64 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
   const std::string version = std::string("=") + config::kVersion, padding(platform::kMaxResponseBytes, ' ');
   const std::vector<std::string> ok = {"exit=0"}, absent = {"exit=0", "session=0", "latest=1.3.0", "soft=1"};
   const Row rows[] = {
-      {"a signed-in host in a plug-in bundle", signedIn, {"dismiss", "500"},
-       {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
-        "version" + version, "headers" + version}, saved},
-      {"a signed-in user upgrading", upgrading, {"report"},
-       {"exit=0", "session=1", "email=host@example.org", "soft=0"}, upgraded},
-      {"folders at both", [&] { for (auto& name : {session, dismissal}) fs::create_directory(State(name)); },
-       {"report"}, absent},
-      {"pipes at both", [&] { for (auto& name : {session, dismissal}) mkfifo(State(name).c_str(), 0600); },
-       {"report"}, absent},
-      {"an endless session", [&] { fs::create_symlink("/dev/zero", State(session)); }, {"report"}, absent},
-      {"an oversized session",
-       [&] { std::ofstream(State(session)) << json{{"access_token", "a"}, {"refresh_token", "r"}} << padding; },
-       {"report"}, absent, [&] {
+      {.what = "a signed-in host in a plug-in bundle", .given = signedIn, .argv = {"dismiss", "500"},
+       .prints = {"exit=0", "latest=1.3.0", "forced=0", "soft=0", "session=1", "email=host@example.org", "notes=",
+                  "version" + version, "headers" + version}, .then = saved},
+      {.what = "a signed-in user upgrading", .given = upgrading, .argv = {"report"},
+       .prints = {"exit=0", "session=1", "email=host@example.org", "soft=0"}, .then = upgraded},
+      {.what = "folders at both",
+       .given = [&] { for (auto& at : {session, dismissal}) fs::create_directory(State(at)); },
+       .argv = {"report"}, .prints = absent},
+      {.what = "pipes at both", .given = [&] { for (auto& at : {session, dismissal}) mkfifo(State(at).c_str(), 0600); },
+       .argv = {"report"}, .prints = absent},
+      {.what = "an endless session", .given = [&] { fs::create_symlink("/dev/zero", State(session)); },
+       .argv = {"report"}, .prints = absent},
+      {.what = "an oversized session",
+       .given = [&] { std::ofstream(State(session)) << R"({"access_token":"a","refresh_token":"r"})" << padding; },
+       .argv = {"report"}, .prints = absent, .then = [&] {
          const std::string log = ReadWholeFile(home_ / ".local/state/orvistelle/orvistelle.log");
          EXPECT_NE(log.find("state file refused: " + State(session).string()), std::string::npos) << log;
        }},
-      {"returning from main", [] {}, {"exit", "20000"}, ok, [] {}, {}, 8},
-      {"returning from main, the timer firing every millisecond", [] {}, {"exit", "20000"}, ok, [] {}, 1, 8},
-      {"unloading the library twice", [] {}, {ORVISTELLE_LOADER}, ok, [] {}, 20},
+      {.what = "returning from main", .argv = {"exit", "20000"}, .prints = ok, .runs = 8},
+      {.what = "returning from main, the timer firing every millisecond", .argv = {"exit", "20000"}, .prints = ok,
+       .timerMs = 1, .runs = 8},
+      {.what = "unloading the library twice", .argv = {ORVISTELLE_LOADER}, .prints = ok, .timerMs = 20},
       // With tokens this short every pass refreshes and saves.
-      {"a kill during saves", signedInWith(30, 10), {"kill", "400000"}, {"exit=signal 9"}, [&] { whole(false); }, 1, 10},
+      {.what = "a kill during saves", .given = signedInWith(30, 10), .argv = {"kill", "400000"},
+       .prints = {"exit=signal 9"}, .then = [&] { whole(false); }, .timerMs = 1, .runs = 10},
       // Each pass of each host is due to refresh, against a backend that revokes a session whose spent refresh token
       // comes back: through the lock beside the session file one refreshes at a time and the other adopts the answer.
-      {"two hosts on one session", signedInWith(60, 0), {"report", "3000"}, {"exit=0", "session=1"},
-       [&] { whole(true); }, 50, 1, 2},
-      {"two hosts on one session, a dangling link at the lock",
-       withAtLock([&](const fs::path& at) { fs::create_symlink(dir_ / "gone", at); }), {"report", "1000"},
-       {"exit=0", "session=1"}, [&] { whole(true); }, 20, 1, 2},
-      {"two hosts on one session, a folder at the lock", withAtLock([](const fs::path& at) { fs::create_directory(at); }),
-       {"report", "1000"}, {"exit=0", "session=1"}, [&] { whole(true); }, 20, 1, 2},
+      {.what = "two hosts on one session", .given = signedInWith(60, 0), .argv = {"report", "3000"},
+       .prints = {"exit=0", "session=1"}, .then = [&] { whole(true); }, .timerMs = 50, .hosts = 2},
+      {.what = "two hosts on one session, a dangling link at the lock",
+       .given = withAtLock([&](const fs::path& at) { fs::create_symlink(dir_ / "gone", at); }),
+       .argv = {"report", "1000"}, .prints = {"exit=0", "session=1"}, .then = [&] { whole(true); }, .timerMs = 20,
+       .hosts = 2},
+      {.what = "two hosts on one session, a folder at the lock",
+       .given = withAtLock([](const fs::path& at) { fs::create_directory(at); }), .argv = {"report", "1000"},
+       .prints = {"exit=0", "session=1"}, .then = [&] { whole(true); }, .timerMs = 20, .hosts = 2},
       // The first refreshes at every pass, slowly: the other's sign-out reaches it with a refresh in flight.
-      {"a sign-out in another host", [&] { signedInWith(60, 10)(), tokenDelayMs_ = 500; }, {"report", "2000"},
-       {"exit=0", "status=Signed out", "session=0"}, [&] { EXPECT_FALSE(fs::exists(State(session))); }, 1, 1, 2,
-       {"signout", "800"}},
+      {.what = "a sign-out in another host", .given = [&] { signedInWith(60, 10)(), tokenDelayMs_ = 500; },
+       .argv = {"report", "2000"}, .prints = {"exit=0", "status=Signed out", "session=0"},
+       .then = [&] { EXPECT_FALSE(fs::exists(State(session))); }, .timerMs = 1, .hosts = 2,
+       .secondArgv = {"signout", "800"}},
       // Retried at once, the refresh gets the successor again; at the next pass it would be too late.
-      {"an answer withheld after rotation", [&] { signedInWith(60, 3)(), withheld_ = 1; }, {"report", "4500"},
-       {"exit=0", "error=0", "session=1"}, [&] { whole(true); }, 4000},
-      {"a signed manifest", published(std::nullopt, forcing), {"open", "0"}, {"exit=0", "forced=1", "latest=1.3.0"},
-       opens("http://127.0.0.1/new.zip")},
-      {"a wrong signature", published(std::string(86, 'A') + "==", forcing), {"open", "0"}, refused, opens(fallback)},
-      {"an unsigned manifest", [&] { StartBackend(3600, 10, false); published(std::nullopt, forcing)(); },
-       {"open", "0"}, refused, opens(fallback)},
-      {"a manifest changed by one byte after signing", published("", std::string(forcing).replace(54, 1, "1")),
-       {"open", "0"}, refused, opens(fallback)},
+      {.what = "an answer withheld after rotation", .given = [&] { signedInWith(60, 3)(), withheld_ = 1; },
+       .argv = {"report", "4500"}, .prints = {"exit=0", "error=0", "session=1"}, .then = [&] { whole(true); },
+       .timerMs = 4000},
+      {.what = "a signed manifest", .given = published(std::nullopt, forcing), .argv = {"open", "0"},
+       .prints = {"exit=0", "forced=1", "latest=1.3.0"}, .then = opens("http://127.0.0.1/new.zip")},
+      {.what = "a wrong signature", .given = published(std::string(86, 'A') + "==", forcing), .argv = {"open", "0"},
+       .prints = refused, .then = opens(fallback)},
+      {.what = "an unsigned manifest",
+       .given = [&] { StartBackend(3600, 10, false), published(std::nullopt, forcing)(); },
+       .argv = {"open", "0"}, .prints = refused, .then = opens(fallback)},
+      {.what = "a manifest changed by one byte after signing",
+       .given = published("", std::string(forcing).replace(54, 1, "1")), .argv = {"open", "0"}, .prints = refused,
+       .then = opens(fallback)},
       // The backend ends the session at once, so the refresh token left on this machine is no good anywhere.
-      {"a sign-out", signedInWith(3600, 10), {"logout", "3000"}, {"exit=0", "status=Signed out", "session=0"}, [&] {
+      {.what = "a sign-out", .given = signedInWith(3600, 10), .argv = {"logout", "3000"},
+       .prints = {"exit=0", "status=Signed out", "session=0"}, .then = [&] {
          const json token = {{"refresh_token", json::parse(held)["refresh_token"]}};
          auto refresh = httplib::Client("127.0.0.1", backend_->Port())
                             .Post("/auth/v1/token?grant_type=refresh_token", {{"apikey", config::kPublicApiKey}},
@@ -314,7 +333,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       tokenDelayMs_ = withheld_ = 0;
       fs::remove_all(dir_ / "home");
       fs::create_directories(State(""));
-      row.arrange();
+      row.given();
       std::vector<std::string> seen(row.hosts);
       std::vector<std::thread> hosts;
       for (int i = 0; i < row.hosts; ++i) {
@@ -323,11 +342,11 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
       }
       for (std::thread& host : hosts) host.join();
       for (const std::string& host : seen) {
-        for (const std::string& line : row.expected) {
+        for (const std::string& line : row.prints) {
           EXPECT_NE(host.find("\n" + line + "\n"), std::string::npos) << row.what << ": " << line << "\n" << host;
         }
       }
-      row.check();
+      row.then();
     }
   }
 }

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "orvistelle/FcpUpdate.h"
+#include "update/DismissalFile.h"
 #include "update/ManifestSignature.h"
 #include "update/Report.h"
 #include "update/UpdateTesting.h"
@@ -32,8 +33,10 @@ TEST(CmpSemver, ComparesNumericallyAndSymmetrically) {
     EXPECT_EQ(CmpSemver(b, a), -expected) << b << " vs " << a;
   }
   int32_t part = 7;  // a missing output or an empty text is refused before anything is written
-  EXPECT_FALSE(ParseSemver("1.2.3", nullptr, &part, &part) || ParseSemver("1.2.3", &part, &part, nullptr));
-  EXPECT_TRUE(!ParseSemver("", &part, &part, &part) && part == 7);
+  EXPECT_FALSE(ParseSemver("1.2.3", nullptr, &part, &part));
+  EXPECT_FALSE(ParseSemver("1.2.3", &part, &part, nullptr));
+  EXPECT_FALSE(ParseSemver("", &part, &part, &part));
+  EXPECT_EQ(part, 7);
 }
 
 TEST(IsVersion, TakesDigitGroupsAndALabelOnly) {
@@ -113,7 +116,7 @@ TEST_F(UpdateCheck, ForcedFollowsForceBelowAndSoftNeedsANewerUnforcedVersion) {
   }
 }
 
-// For a day, also in the next run, which reads the saved dismissal when it starts.
+// For a day, also in the next run, which reads the saved dismissal when it starts and only then.
 TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
   server.Answer(200, Manifest("1.2.0", ""));
   CheckLater();
@@ -124,17 +127,21 @@ TEST_F(UpdateCheck, DismissalHidesThatVersionForADay) {
   SetUp();  // the next run
   CheckLater(1);
   EXPECT_FALSE(FcpUpdateSoftAvailable());
-  fakes.clock.Advance(86399);
+  fakes.clock.Advance(86398.75);  // to the end, which is over
   EXPECT_TRUE(FcpUpdateSoftAvailable());
   // A mistyped or broken file hides nothing, nor does an end further than a day ahead: the clock ran fast.
   const std::string aYearAhead = json{{"version", "1.2.0"}, {"until", fakes.clock.Now() + 365 * 86400.0}}.dump();
   for (const std::string& content : {std::string(R"({"version":120,"until":"1800000000"})"), std::string("{"),
                                      aYearAhead}) {
     std::ofstream(file, std::ios::trunc) << content;
+    EXPECT_EQ(LoadDismissal().has_value(), content != "{") << content;
     SetUp();
     CheckLater(1);
     EXPECT_TRUE(FcpUpdateSoftAvailable()) << content;
   }
+  std::ofstream(file, std::ios::trunc) << json{{"version", "1.2.0"}, {"until", fakes.clock.Now() + 3600}};
+  FcpUpdateMaintain();  // a file written during the run is not read
+  EXPECT_TRUE(FcpUpdateSoftAvailable());
 }
 
 // The browser goes only to this product's own servers; any other download falls back to the fixed one.

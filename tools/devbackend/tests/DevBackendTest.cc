@@ -103,18 +103,18 @@ TEST_F(DevBackendTest, TurnsAwayWhatTheHostedServicesWouldAndWhatCouldHarmTheDev
   const httplib::Headers forged = {{"apikey", SignHs256({{"role", "anon"}, {"exp", kStart + 60}}, "other secret")}};
   auto heartbeat = [&](const std::string& body) { return client_->Post("/console/v1/plugin/heartbeat", body, ""); };
   auto nested = [](int n) { return "{\"a\":" + std::string(n - 1, '[') + "1" + std::string(n - 1, ']') + "}"; };
-  const std::pair<std::function<httplib::Result()>, int> cases[] = {
-      {[&] { return client_->Get("/rest/v1/auth_relay?id=eq.x", forged); }, 401},
-      {[&] { return client_->Get("/rest/v1/auth_relay?id=eq.x"); }, 401},
-      {[&] { return client_->Get("/auth/v1/user", kKey); }, 401},  // the project key names no user
-      {[&] { return client_->Get("/rest/v1/auth_relay?select=session_payload", kKey); }, 400},  // not the whole table
-      {[&] { return heartbeat("{\"a\":\"" + std::string(64 * 1024 - 7, 'x') + "\"}"); }, 413},
-      {[&] { return heartbeat(nested(33)); }, 400},
-      {[&] { return heartbeat(nested(32)); }, 200},
-      {[&] { return client_->Get("/dev", {{"Host", "attacker.example:54321"}}); }, 421},  // a rebound DNS name
-      {[&] { return client_->Get("/dev", {{"Host", "localhost:54321"}}); }, 200},
-      {[&] { return client_->Get("/dev", {{"Host", "127.0.0.1"}, {"Host", "attacker.example"}}); }, 400}};
-  for (size_t row = 0; row < std::size(cases); ++row) EXPECT_EQ(cases[row].first()->status, cases[row].second) << row;
+  const std::tuple<const char*, std::function<httplib::Result()>, int> cases[] = {
+      {"a key signed elsewhere", [&] { return client_->Get("/rest/v1/auth_relay?id=eq.x", forged); }, 401},
+      {"no key", [&] { return client_->Get("/rest/v1/auth_relay?id=eq.x"); }, 401},
+      {"the project key as a user", [&] { return client_->Get("/auth/v1/user", kKey); }, 401},
+      {"the whole relay table", [&] { return client_->Get("/rest/v1/auth_relay?select=session_payload", kKey); }, 400},
+      {"a heartbeat too long", [&] { return heartbeat("{\"a\":\"" + std::string(64 * 1024 - 7, 'x') + "\"}"); }, 413},
+      {"a heartbeat nested 33 deep", [&] { return heartbeat(nested(33)); }, 400},
+      {"a heartbeat nested 32 deep", [&] { return heartbeat(nested(32)); }, 200},
+      {"a rebound DNS name", [&] { return client_->Get("/dev", {{"Host", "attacker.example:54321"}}); }, 421},
+      {"localhost", [&] { return client_->Get("/dev", {{"Host", "localhost:54321"}}); }, 200},
+      {"two hosts", [&] { return client_->Get("/dev", {{"Host", "127.0.0.1"}, {"Host", "attacker.example"}}); }, 400}};
+  for (const auto& [name, ask, status] : cases) EXPECT_EQ(ask()->status, status) << name;
 }
 
 // Connections that stop halfway through their request (a browser's spare ones, a stalled peer) hold up no one else:

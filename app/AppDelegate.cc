@@ -93,9 +93,12 @@ QImage NamedImage(const QString& name) {
   return image.isNull() ? LargestImage(QIcon::fromTheme(name)) : image;
 }
 
-const char* SymbolFor(int status) {
-  if (status == shell::kStatusReady) return kSymbolReady;
-  if (status == shell::kStatusMissing) return kSymbolMissing;
+const char* SymbolFor(shell::RowStatus status) {
+  switch (status) {
+    case shell::RowStatus::Ready: return kSymbolReady;
+    case shell::RowStatus::Missing: return kSymbolMissing;
+    case shell::RowStatus::NeedsAttention: break;
+  }
   return kSymbolAttention;
 }
 
@@ -111,9 +114,12 @@ QFont StatusValueFont(const QLabel* label, const QString& text) {
   return font;
 }
 
-QColor ColourFor(int status) {
-  if (status == shell::kStatusReady) return AppDelegate::okColor();
-  if (status == shell::kStatusMissing) return AppDelegate::errorColor();
+QColor ColourFor(shell::RowStatus status) {
+  switch (status) {
+    case shell::RowStatus::Ready: return AppDelegate::okColor();
+    case shell::RowStatus::Missing: return AppDelegate::errorColor();
+    case shell::RowStatus::NeedsAttention: break;
+  }
   return AppDelegate::warnColor();
 }
 
@@ -334,7 +340,7 @@ AppDelegate::StatusRow AppDelegate::addStatusRow(const QString& caption, double 
   return {captionLabel, icon, value};
 }
 
-void AppDelegate::applyStatus(int status, SymbolView* icon, QLabel* label, const QString& text) {
+void AppDelegate::applyStatus(shell::RowStatus status, SymbolView* icon, QLabel* label, const QString& text) {
   const QColor colour = ColourFor(status);
   icon->setSymbol(SymbolFor(status));
   icon->setTint(colour);

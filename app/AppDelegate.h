@@ -80,7 +80,7 @@ class AppDelegate : public QObject {
   QLabel* label(const QString& text, double y, double width, double size, QFont::Weight weight, const QColor& colour,
                 Qt::Alignment alignment);
   StatusRow addStatusRow(const QString& caption, double y, double width, QWidget* content);
-  void applyStatus(int status, SymbolView* icon, QLabel* label, const QString& text);
+  void applyStatus(shell::RowStatus status, SymbolView* icon, QLabel* label, const QString& text);
   void styleActionButton(FlatButton* button, const QString& title, bool primary);
   FlatButton* makeActionButton(const QString& title, Action action, bool primary, double width);
   FlatButton* makeQuietButton(const QString& title, Action action);

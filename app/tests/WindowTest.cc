@@ -174,7 +174,7 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
       for (const std::string key : keys) {
         const QString text = QString::fromStdString(Shown(key));
         if (auto* value = View<QLabel>("hostValueLabel"); value == View(name)) {
-          delegate_.applyStatus(shell::kStatusNeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
+          delegate_.applyStatus(shell::RowStatus::NeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
           // Drawn smaller only as far as needed and never below 9 points.
           const double size = value->font().pointSizeF() * window_.logicalDpiY() / 72.0;
           const QFontMetricsF fullSize(AppDelegate::systemFont(12.5, QFont::Medium));

@@ -77,8 +77,8 @@ void RaiseWindow(QWidget& window) {
 }  // namespace
 
 ServiceCalls ProductServices() {
-  return {FcpI18nApplyHostLocale, MaintainAfterFirstFrame, FcpServiceOpenSite,
-          FcpServiceOpenDocs,     FcpServiceOpenTerms,     FcpServiceOpenPrivacy};
+  return {FcpI18nApplyHostLocale, MaintainAfterFirstFrame,
+          {FcpServiceOpenSite, FcpServiceOpenDocs, FcpServiceOpenTerms, FcpServiceOpenPrivacy}};
 }
 
 int ApplicationMain(int argc, char** argv) {

@@ -43,9 +43,10 @@ class WindowTest : public ShellFixture {
 
   QWidget window_;
   AppDelegate delegate_{&window_, {[] { gServiceCalls.push_back("locale"), FcpI18nApplyHostLocale(); },
-                                   [] { gServiceCalls.push_back("maintain"); }, [] { gServiceCalls.push_back("site"); },
-                                   [] { gServiceCalls.push_back("docs"); }, [] { gServiceCalls.push_back("terms"); },
-                                   [] { gServiceCalls.push_back("privacy"); }}};
+                                   [] { gServiceCalls.push_back("maintain"); },
+                                   {[] { gServiceCalls.push_back("site"); }, [] { gServiceCalls.push_back("docs"); },
+                                    [] { gServiceCalls.push_back("terms"); },
+                                    [] { gServiceCalls.push_back("privacy"); }}}};
 };
 
 TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
@@ -174,10 +175,10 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
       for (const std::string key : keys) {
         const QString text = QString::fromStdString(Shown(key));
         if (auto* value = View<QLabel>("hostValueLabel"); value == View(name)) {
-          delegate_.applyStatus(shell::RowStatus::NeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
+          ApplyStatus(shell::RowStatus::NeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
           // Drawn smaller only as far as needed and never below 9 points.
           const double size = value->font().pointSizeF() * window_.logicalDpiY() / 72.0;
-          const QFontMetricsF fullSize(AppDelegate::systemFont(12.5, QFont::Medium));
+          const QFontMetricsF fullSize(SystemFont(12.5, QFont::Medium));
           EXPECT_TRUE(fullSize.horizontalAdvance(text) <= value->contentsRect().width() ? std::abs(size - 12.5) < 0.01
                                                                                         : size >= 9 && size < 12.5)
               << tag << " " << key << " " << size;

@@ -29,7 +29,6 @@ class AppDelegate : public QObject {
 
   // Launch, in order: the interface language, the background services, the title, the view, the first probe.
   void applicationDidFinishLaunching();
-  bool applicationShouldTerminateAfterLastWindowClosed() const { return true; }
 
   // Builds the window's content; building again replaces everything built before.
   void buildInfoView();

@@ -49,7 +49,7 @@ class WindowTest : public ShellFixture {
                                     [] { gServiceCalls.push_back("privacy"); }}}};
 };
 
-// The rows show the first probe's verdicts, and the logo is the bundle's own, drawn at the size it is shown.
+// The rows show the first probe's verdicts on the dark fill, and the logo is the bundle's own, at the size shown.
 TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
   languages_.SetPreferred({"de-DE"});
   fs::copy_file(ORVISTELLE_TEST_APP_BUNDLE "/Contents/Resources/logo-dark.png",
@@ -60,6 +60,7 @@ TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
             std::tuple("Orvistelle FCP Beauty", "Für Final Cut einrichten", QSize(360, 540), QSize(360, 540)));
   EXPECT_EQ(Text("hostValueLabel"), "Erforderlich");
   EXPECT_EQ(View<ImageView>("logo")->image().size(), QSize(96, 26));
+  EXPECT_EQ(window_.grab().toImage().pixelColor(1, 1), QColor(22, 24, 30));
   EXPECT_FALSE(window_.windowFlags() & Qt::WindowMaximizeButtonHint);
   EXPECT_NEAR(View("tagline")->font().pointSizeF() * window_.logicalDpiY() / 72.0, 16.5, 0.01);
 }

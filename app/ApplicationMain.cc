@@ -77,8 +77,8 @@ void RaiseWindow(QWidget& window) {
 }  // namespace
 
 ServiceCalls ProductServices() {
-  return {FcpI18nApplyHostLocale, MaintainAfterFirstFrame, FcpServiceOpenSite,
-          FcpServiceOpenDocs,     FcpServiceOpenTerms,     FcpServiceOpenPrivacy};
+  return {FcpI18nApplyHostLocale, MaintainAfterFirstFrame,
+          {FcpServiceOpenSite, FcpServiceOpenDocs, FcpServiceOpenTerms, FcpServiceOpenPrivacy}};
 }
 
 int ApplicationMain(int argc, char** argv) {
@@ -102,7 +102,6 @@ int ApplicationMain(int argc, char** argv) {
   QWidget window;
   AppDelegate delegate(&window, ProductServices());
   QObject::connect(&instance, &SingleInstance::raiseRequested, &window, [&window] { RaiseWindow(window); });
-  QApplication::setQuitOnLastWindowClosed(delegate.applicationShouldTerminateAfterLastWindowClosed());
   QTimer::singleShot(0, &delegate, [&] {
     delegate.applicationDidFinishLaunching();
     window.show();

@@ -11,8 +11,8 @@
 namespace orvistelle::shell {
 namespace {
 
-RowState Row(bool ready, int statusWhenNot, const char* keyWhenNot) {
-  return ready ? RowState{kStatusReady, "shell.stateReady"} : RowState{statusWhenNot, keyWhenNot};
+RowState Row(bool ready, RowStatus statusWhenNot, const char* keyWhenNot) {
+  return ready ? RowState{RowStatus::Ready, "shell.stateReady"} : RowState{statusWhenNot, keyWhenNot};
 }
 
 const char* YesNo(bool value) { return value ? "yes" : "no"; }
@@ -20,9 +20,9 @@ const char* YesNo(bool value) { return value ? "yes" : "no"; }
 }  // namespace
 
 WindowState DecideWindowState(const Probes& probes) {
-  WindowState state{Row(probes.host, kStatusNeedsAttention, "shell.stateNeeded"),
-                    Row(probes.service, kStatusMissing, "shell.stateMissing"),
-                    Row(probes.templ, kStatusNeedsAttention, "shell.stateNeeded"),
+  WindowState state{Row(probes.host, RowStatus::NeedsAttention, "shell.stateNeeded"),
+                    Row(probes.service, RowStatus::Missing, "shell.stateMissing"),
+                    Row(probes.templ, RowStatus::NeedsAttention, "shell.stateNeeded"),
                     "shell.actionSetup", true, 1.0, "shell.hintSetup"};
   if (probes.AllReady()) {
     state.buttonTitleKey = "shell.actionRepair";

@@ -10,13 +10,14 @@
 
 namespace orvistelle::shell {
 
-enum StatusCode : int { kStatusReady = 0, kStatusNeedsAttention = 1, kStatusMissing = 2 };
+// A component row's verdict: in place, one set-up can mend, or one set-up cannot mend.
+enum class RowStatus { Ready, NeedsAttention, Missing };
 
 // How a hint line is coloured: the quiet grey, the warning amber or the error red.
 enum class Tone { Quiet, Warning, Error };
 
 struct RowState {
-  int status;
+  RowStatus status;
   const char* textKey;
 };
 

@@ -16,7 +16,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "app/AppDelegate.h"
+#include "app/WindowContent.h"
 #include "orvistelle/BuildConfig.h"
 
 namespace orvistelle::app {

@@ -40,10 +40,9 @@ const CatalogueMap& Entries() {
 
 std::span<const CatalogueEntry> CatalogueEntries() { return kCatalogue; }
 
-std::string_view EntryText(const CatalogueEntry& entry, std::int32_t language) {
-  const bool known = language >= 0 && language < kLanguageCount;
-  const char* text = known ? entry.texts[language] : nullptr;
-  if (text == nullptr || *text == '\0') text = entry.texts[0];
+std::string_view EntryText(const CatalogueEntry& entry, Language language) {
+  const char* text = entry.texts[Column(language)];
+  if (text == nullptr || *text == '\0') text = entry.texts[Column(Language::English)];
   return text != nullptr ? text : entry.key;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -18,9 +17,9 @@ struct CatalogueEntry {
 // Every entry, in catalogue order.
 std::span<const CatalogueEntry> CatalogueEntries();
 
-// The entry's text in `language`; English when that column is null or empty (or the language is unknown); the key
-// when English is null. An empty English text is returned as it is.
-std::string_view EntryText(const CatalogueEntry& entry, std::int32_t language);
+// The entry's text in `language`; English when that column is null or empty; the key when English is null. An
+// empty English text is returned as it is.
+std::string_view EntryText(const CatalogueEntry& entry, Language language);
 
 // The text for `key` in the current language with the fallbacks of EntryText; the key itself when unknown; empty
 // for a null or empty key. Views static data or `key`; allocates nothing.

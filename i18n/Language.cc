@@ -13,9 +13,9 @@
 namespace orvistelle::i18n {
 namespace {
 
-// Written at start-up and read by every lookup on any thread; relaxed is enough because the index guards no
+// Written at start-up and read by every lookup on any thread; relaxed is enough because the language guards no
 // other data.
-std::atomic<std::int32_t> g_lang{0};
+std::atomic<Language> g_lang{Language::English};
 
 char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
@@ -32,24 +32,24 @@ bool LocaleHas(std::string_view tag, std::string_view needle) {
   return std::search(tag.begin(), tag.end(), needle.begin(), needle.end(), sameLetter) != tag.end();
 }
 
-std::int32_t LanguageForTag(std::string_view tag) {
+Language LanguageForTag(std::string_view tag) {
   if (LocalePrefix(tag, 'z', 'h')) {
     // A Traditional region wins over a Simplified script: zh-Hans-HK reads as Traditional.
     const bool traditional =
         LocaleHas(tag, "hant") || LocaleHas(tag, "tw") || LocaleHas(tag, "hk") || LocaleHas(tag, "mo");
-    return traditional ? 2 : 1;
+    return traditional ? Language::TraditionalChinese : Language::SimplifiedChinese;
   }
-  if (LocalePrefix(tag, 'j', 'a')) return 3;
-  if (LocalePrefix(tag, 'k', 'o')) return 4;
-  if (LocalePrefix(tag, 'p', 't')) return 5;  // Portugal reads the Brazilian texts too
-  if (LocalePrefix(tag, 'e', 's')) return 6;
-  if (LocalePrefix(tag, 'd', 'e')) return 7;
-  return 0;
+  if (LocalePrefix(tag, 'j', 'a')) return Language::Japanese;
+  if (LocalePrefix(tag, 'k', 'o')) return Language::Korean;
+  if (LocalePrefix(tag, 'p', 't')) return Language::Portuguese;  // Portugal reads the Brazilian texts too
+  if (LocalePrefix(tag, 'e', 's')) return Language::Spanish;
+  if (LocalePrefix(tag, 'd', 'e')) return Language::German;
+  return Language::English;
 }
 
 }  // namespace
 
-std::int32_t CurrentLanguage() { return g_lang.load(std::memory_order_relaxed); }
+Language CurrentLanguage() { return g_lang.load(std::memory_order_relaxed); }
 
 }  // namespace orvistelle::i18n
 
@@ -57,12 +57,13 @@ void FcpI18nApplyHostLocale() {
   using namespace orvistelle;
   const std::vector<std::string> preferred = platform::Seam<platform::Languages>::Get().Preferred();
   // Only the first preferred language counts.
-  const std::int32_t language = preferred.empty() ? 0 : i18n::LanguageForTag(preferred.front());
+  const i18n::Language language = preferred.empty() ? i18n::Language::English : i18n::LanguageForTag(preferred.front());
   i18n::g_lang.store(language, std::memory_order_relaxed);
 }
 
 const char* FcpI18nLangCode() {
-  static constexpr const char* kCodes[] = {"zh", "zh-TW", "ja", "ko", "pt", "es", "de"};
-  const auto position = static_cast<std::uint32_t>(orvistelle::i18n::CurrentLanguage()) - 1;
-  return position < std::size(kCodes) ? kCodes[position] : "en";
+  using namespace orvistelle::i18n;
+  static constexpr const char* kCodes[] = {"en", "zh", "zh-TW", "ja", "ko", "pt", "es", "de"};
+  static_assert(std::size(kCodes) == kLanguageCount);
+  return kCodes[Column(CurrentLanguage())];
 }

@@ -1,15 +1,29 @@
 // The process-wide interface language, shared by the catalogue lookup and the links.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace orvistelle::i18n {
 
-// Columns of the catalogue and values of the current language: 0 "en", 1 "zh", 2 "zh-TW", 3 "ja", 4 "ko",
-// 5 "pt", 6 "es", 7 "de".
-inline constexpr std::int32_t kLanguageCount = 8;
+// In the catalogue's column order, which is the order of the translation files the catalogue is generated from.
+enum class Language : std::uint8_t {
+  English,
+  SimplifiedChinese,
+  TraditionalChinese,
+  Japanese,
+  Korean,
+  Portuguese,
+  Spanish,
+  German,
+};
 
-// The index chosen by FcpI18nApplyHostLocale; 0 (English) until then.
-std::int32_t CurrentLanguage();
+inline constexpr std::size_t kLanguageCount = static_cast<std::size_t>(Language::German) + 1;
+
+// The language's column in the catalogue and in every table indexed by language.
+constexpr std::size_t Column(Language language) { return static_cast<std::size_t>(language); }
+
+// The language chosen by FcpI18nApplyHostLocale; English until then.
+Language CurrentLanguage();
 
 }  // namespace orvistelle::i18n

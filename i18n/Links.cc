@@ -1,4 +1,3 @@
-#include <cstdint>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -12,9 +11,10 @@ namespace {
 // The site has pages of its own for six languages. Traditional Chinese shares the Simplified pages, Portuguese
 // always gets the Brazilian ones, and German has none, so it reads the English pages.
 std::string_view LanguagePrefix() {
-  static constexpr std::string_view kPrefixes[] = {"/zh", "/zh", "/ja", "/ko", "/pt-BR", "/es"};
-  const auto position = static_cast<std::uint32_t>(orvistelle::i18n::CurrentLanguage()) - 1;
-  return position < std::size(kPrefixes) ? kPrefixes[position] : std::string_view();
+  using namespace orvistelle::i18n;
+  static constexpr std::string_view kPrefixes[] = {"", "/zh", "/zh", "/ja", "/ko", "/pt-BR", "/es", ""};
+  static_assert(std::size(kPrefixes) == kLanguageCount);
+  return kPrefixes[Column(CurrentLanguage())];
 }
 
 std::string SitePage(std::string_view path) {

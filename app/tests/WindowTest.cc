@@ -44,17 +44,24 @@ class WindowTest : public ShellFixture {
 
   QWidget window_;
   AppDelegate delegate_{&window_, {[] { gServiceCalls.push_back("locale"), FcpI18nApplyHostLocale(); },
-                                   [] { gServiceCalls.push_back("maintain"); }, [] { gServiceCalls.push_back("site"); },
-                                   [] { gServiceCalls.push_back("docs"); }, [] { gServiceCalls.push_back("terms"); },
-                                   [] { gServiceCalls.push_back("privacy"); }}};
+                                   [] { gServiceCalls.push_back("maintain"); },
+                                   {[] { gServiceCalls.push_back("site"); }, [] { gServiceCalls.push_back("docs"); },
+                                    [] { gServiceCalls.push_back("terms"); },
+                                    [] { gServiceCalls.push_back("privacy"); }}}};
 };
 
+// The rows show the first probe's verdicts on the dark fill, and the logo is the bundle's own, at the size shown.
 TEST_F(WindowTest, LaunchChoosesTheLanguageFirstAndFixesTheWindow) {
   languages_.SetPreferred({"de-DE"});
+  fs::copy_file(ORVISTELLE_TEST_APP_BUNDLE "/Contents/Resources/logo-dark.pixels",
+                fs::path(bundleSeam_.Main().resourcePath) / "logo-dark.pixels");
   delegate_.applicationDidFinishLaunching();
   EXPECT_EQ(gServiceCalls, (Calls{"locale", "maintain"}));
   EXPECT_EQ(std::tuple(window_.windowTitle(), Button()->text(), window_.minimumSize(), window_.maximumSize()),
             std::tuple("Orvistelle FCP Beauty", "Für Final Cut einrichten", QSize(360, 540), QSize(360, 540)));
+  EXPECT_EQ(Text("hostValueLabel"), "Erforderlich");
+  EXPECT_EQ(View<ImageView>("logo")->image().size(), QSize(96, 26));
+  EXPECT_EQ(window_.grab().toImage().pixelColor(1, 1), QColor(22, 24, 30));
   EXPECT_FALSE(window_.windowFlags() & Qt::WindowMaximizeButtonHint);
   EXPECT_NEAR(View("tagline")->font().pointSizeF() * window_.logicalDpiY() / 72.0, 16.5, 0.01);
 }
@@ -202,10 +209,10 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
       for (const std::string key : keys) {
         const QString text = QString::fromStdString(Shown(key));
         if (auto* value = View<QLabel>("hostValueLabel"); value == View(name)) {
-          delegate_.applyStatus(shell::kStatusNeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
+          ApplyStatus(shell::RowStatus::NeedsAttention, View<SymbolView>("hostStatusIcon"), value, text);
           // Drawn smaller only as far as needed and never below 9 points.
           const double size = value->font().pointSizeF() * window_.logicalDpiY() / 72.0;
-          const QFontMetricsF fullSize(AppDelegate::systemFont(12.5, QFont::Medium));
+          const QFontMetricsF fullSize(SystemFont(12.5, QFont::Medium));
           EXPECT_TRUE(fullSize.horizontalAdvance(text) <= value->contentsRect().width() ? std::abs(size - 12.5) < 0.01
                                                                                         : size >= 9 && size < 12.5)
               << tag << " " << key << " " << size;

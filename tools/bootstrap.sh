@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   # toolchain
-  g++ clang clang-tidy libclang-rt-14-dev cmake ninja-build pkg-config ccache
+  g++ clang clang-tidy clang-format libclang-rt-14-dev cmake ninja-build pkg-config ccache
   python3  # tools/mutate
   openssl  # tools/sign-manifest
   # libraries

@@ -3,7 +3,7 @@
 #   1. the whole suite under AddressSanitizer and UBSan (clang),
 #   2. the concurrency tests under ThreadSanitizer,
 #   3. every fuzz target for a short run (libFuzzer, from the same clang tree as 1),
-#   4. clang-tidy over the product sources.
+#   4. clang-tidy over the product sources, and their layout against .clang-format.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,6 +11,9 @@ bash tools/bootstrap.sh
 jobs=$(nproc)
 
 stage() { printf '\n=== %s (at %d s)\n' "$*" "$SECONDS"; }
+
+stage "format"
+bash tools/format.sh
 
 stage "build: asan (tests and fuzz targets)"
 cmake --preset asan >/dev/null

@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <functional>
 
-#include "app/Setup.h"
 #include "app/Images.h"
+#include "app/Setup.h"
 #include "app/SingleInstance.h"
 #include "orvistelle/BuildConfig.h"
 #include "orvistelle/FcpI18n.h"
@@ -77,7 +77,8 @@ void RaiseWindow(QWidget& window) {
 }  // namespace
 
 ServiceCalls ProductServices() {
-  return {FcpI18nApplyHostLocale, MaintainAfterFirstFrame,
+  return {FcpI18nApplyHostLocale,
+          MaintainAfterFirstFrame,
           {FcpServiceOpenSite, FcpServiceOpenDocs, FcpServiceOpenTerms, FcpServiceOpenPrivacy}};
 }
 

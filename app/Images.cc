@@ -20,9 +20,8 @@ QImage ReadPixels(const QString& path) {
   PixelsHeader header{};
   if (!bytes || bytes->size() < sizeof header) return {};
   std::memcpy(&header, bytes->data(), sizeof header);
-  if (header.magic != PixelsHeader::kMagic || header.width == 0 || header.height == 0 ||
-      header.width > kLargestSide || header.height > kLargestSide ||
-      bytes->size() != sizeof header + std::size_t{4} * header.width * header.height) {
+  if (header.magic != PixelsHeader::kMagic || header.width == 0 || header.height == 0 || header.width > kLargestSide ||
+      header.height > kLargestSide || bytes->size() != sizeof header + std::size_t{4} * header.width * header.height) {
     return {};
   }
   QImage image(static_cast<int>(header.width), static_cast<int>(header.height), QImage::Format_ARGB32_Premultiplied);

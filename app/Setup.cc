@@ -23,7 +23,10 @@ WindowState DecideWindowState(const Probes& probes) {
   WindowState state{Row(probes.host, RowStatus::NeedsAttention, "shell.stateNeeded"),
                     Row(probes.service, RowStatus::Missing, "shell.stateMissing"),
                     Row(probes.templ, RowStatus::NeedsAttention, "shell.stateNeeded"),
-                    "shell.actionSetup", true, 1.0, "shell.hintSetup"};
+                    "shell.actionSetup",
+                    true,
+                    1.0,
+                    "shell.hintSetup"};
   if (probes.AllReady()) {
     state.buttonTitleKey = "shell.actionRepair";
     state.hintKey = "shell.hintAllOk";
@@ -96,9 +99,8 @@ Hint SetupOutcomeHint(const SetupResult& result, bool allReadyNow) {
   }
   if (!result.templateResult) {
     const std::string& description = result.templateError.description;
-    return {Tone::Error,
-            FcpTf("shell.installTemplateFailed",
-                  description.empty() ? FcpT("shell.installTemplateMissing") : description)};
+    return {Tone::Error, FcpTf("shell.installTemplateFailed",
+                               description.empty() ? FcpT("shell.installTemplateMissing") : description)};
   }
   if (allReadyNow) return {Tone::Quiet, FcpT("shell.actionDone")};
   // Registration went through but the database does not list the bundle yet.
@@ -112,8 +114,8 @@ void MoveEarlierFiles() {
 }
 
 void NoteLaunch(std::string_view program) {
-  platform::Diagnose(std::string(program) + ": app " + BundleVersion() + ", library " + config::kVersion +
-                     ", bundle " + platform::Seam<platform::Bundle>::Get().Main().bundlePath);
+  platform::Diagnose(std::string(program) + ": app " + BundleVersion() + ", library " + config::kVersion + ", bundle " +
+                     platform::Seam<platform::Bundle>::Get().Main().bundlePath);
 }
 
 }  // namespace orvistelle::shell

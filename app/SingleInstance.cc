@@ -1,5 +1,12 @@
 #include "app/SingleInstance.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <QDir>
 #include <QFile>
 #include <QSocketNotifier>
@@ -7,14 +14,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/file.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
-#include <unistd.h>
 
 #include "app/WindowContent.h"
 #include "orvistelle/BuildConfig.h"

@@ -81,7 +81,8 @@ void FlatButton::setKeyEquivalent(const QKeySequence& key) {
 
 QSize FlatButton::sizeHint() const {
   QFontMetricsF metrics(font());
-  return {static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))), static_cast<int>(std::ceil(metrics.height()))};
+  return {static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))),
+          static_cast<int>(std::ceil(metrics.height()))};
 }
 
 void FlatButton::paintEvent(QPaintEvent*) {

@@ -20,12 +20,28 @@ class FlatButton : public QAbstractButton {
  public:
   explicit FlatButton(QWidget* parent = nullptr);
 
-  void setFill(const QColor& fill) { fill_ = fill; update(); }
-  void setBorder(qreal width, const QColor& colour) { borderWidth_ = width; borderColour_ = colour; update(); }
-  void setCornerRadius(qreal radius) { cornerRadius_ = radius; update(); }
-  void setTitleColour(const QColor& colour) { titleColour_ = colour; update(); }
+  void setFill(const QColor& fill) {
+    fill_ = fill;
+    update();
+  }
+  void setBorder(qreal width, const QColor& colour) {
+    borderWidth_ = width;
+    borderColour_ = colour;
+    update();
+  }
+  void setCornerRadius(qreal radius) {
+    cornerRadius_ = radius;
+    update();
+  }
+  void setTitleColour(const QColor& colour) {
+    titleColour_ = colour;
+    update();
+  }
   // The whole button's opacity, apart from whether it is enabled.
-  void setAlphaValue(qreal alpha) { alpha_ = alpha; update(); }
+  void setAlphaValue(qreal alpha) {
+    alpha_ = alpha;
+    update();
+  }
   // A key that presses the button while its window is active and the button is enabled.
   void setKeyEquivalent(const QKeySequence& key);
 
@@ -68,8 +84,14 @@ class SymbolView : public QWidget {
  public:
   explicit SymbolView(QWidget* parent = nullptr);
 
-  void setSymbol(const QString& name) { symbol_ = name; update(); }
-  void setTint(const QColor& tint) { tint_ = tint; update(); }
+  void setSymbol(const QString& name) {
+    symbol_ = name;
+    update();
+  }
+  void setTint(const QColor& tint) {
+    tint_ = tint;
+    update();
+  }
   QString symbol() const { return symbol_; }
   QColor tint() const { return tint_; }
 
@@ -89,8 +111,14 @@ class ImageView : public QWidget {
  public:
   explicit ImageView(QWidget* parent = nullptr);
 
-  void setImage(const QImage& image) { image_ = image; update(); }
-  void setCornerRadius(qreal radius) { cornerRadius_ = radius; update(); }
+  void setImage(const QImage& image) {
+    image_ = image;
+    update();
+  }
+  void setCornerRadius(qreal radius) {
+    cornerRadius_ = radius;
+    update();
+  }
   QImage image() const { return image_; }
   qreal cornerRadius() const { return cornerRadius_; }
 

@@ -163,8 +163,7 @@ void AddHeader(QWidget* content) {
   icon->setAccessibleName(kWindowTitle);
   AddSubview(content, icon, {146, 440, 68, 68});
 
-  AddCentredText(content, "tagline", Translated("shell.tagline"), {28, 408, 304, 22}, 16.5, QFont::DemiBold,
-                 Ink(0.92));
+  AddCentredText(content, "tagline", Translated("shell.tagline"), {28, 408, 304, 22}, 16.5, QFont::DemiBold, Ink(0.92));
 }
 
 StatusRowViews AddStatusRow(QWidget* content, const QString& name, const QString& caption, double y) {

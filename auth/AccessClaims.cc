@@ -11,7 +11,7 @@
 
 namespace orvistelle::auth {
 using platform::Json, platform::JsonObject, platform::StringMember, platform::NonEmptyStringMember,
-      platform::NumberMember, platform::ObjectMember;
+    platform::NumberMember, platform::ObjectMember;
 namespace {
 
 // The payload of "header.payload[.signature]" as bytes; nothing when it is missing or not base64url. Padding is

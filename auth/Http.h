@@ -12,7 +12,8 @@ namespace orvistelle::auth {
 
 // The request that Http sends: "apikey" (the given key, else the built-in public key), "Authorization" (the bearer
 // token, else that same key), "Accept" and, with a body only (even an empty one), "Content-Type". Empty strings
-// count as absent. Nothing when the URL is not a web URL (platform::IsWebUrl) or a header value would carry a line break.
+// count as absent. Nothing when the URL is not a web URL (platform::IsWebUrl) or a header value would carry a line
+// break.
 std::optional<platform::HttpRequest> BackendRequest(std::string_view method, std::string_view url,
                                                     std::string_view bearerToken,
                                                     const std::optional<std::string>& body, std::string_view apiKey);

@@ -23,7 +23,7 @@
 
 namespace orvistelle::auth {
 using platform::Json, platform::JsonObject, platform::NonEmptyStringMember, platform::NumberMember,
-      platform::ObjectMember, platform::Dump;
+    platform::ObjectMember, platform::Dump;
 namespace {
 
 constexpr double kRefreshMarginSeconds = 60;
@@ -187,8 +187,7 @@ int64_t LastRefreshStatus() { return State().lastRefreshStatus.load(); }
 void FetchEmailIfNeeded() {
   SessionSnapshot held = SnapshotSession();
   if (!held.session.email.empty() || held.session.access.empty()) return;
-  HttpAnswer reply = Http("GET", UserEndpoint(), held.session.access, std::nullopt,
-                          config::kPublicApiKey);
+  HttpAnswer reply = Http("GET", UserEndpoint(), held.session.access, std::nullopt, config::kPublicApiKey);
   std::optional<Json> answer = JsonObject(reply.body);
   std::optional<std::string> email = answer ? NonEmptyStringMember(*answer, "email") : std::nullopt;
   if (reply.status == 200 && email) SaveEmail(*email, held.generation);

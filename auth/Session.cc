@@ -18,8 +18,8 @@ namespace {
 struct SessionState {
   std::mutex mutex;
   Session session;
-  std::string filedRefresh;              // the refresh token in the file when this process last read or wrote it
-  std::atomic<uint32_t> generation{0};   // changed only under the mutex, so that answers are checked against it
+  std::string filedRefresh;             // the refresh token in the file when this process last read or wrote it
+  std::atomic<uint32_t> generation{0};  // changed only under the mutex, so that answers are checked against it
   std::atomic<bool> busy{false};
 };
 

@@ -12,7 +12,7 @@
 
 namespace orvistelle::auth {
 using platform::Json, platform::JsonObject, platform::StringMember, platform::NonEmptyStringMember,
-      platform::NumberMember, platform::Dump;
+    platform::NumberMember, platform::Dump;
 namespace {
 
 // The file keeps what one answer of the backend carried, tokens of any size included.

@@ -41,11 +41,16 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
   int i = 1;
   for (; i + 1 < argc && std::strcmp(argv[i], "--") != 0; i += 2) {
     const std::string name = argv[i];
-    if (name == "--title") options.title = argv[i + 1];
-    else if (name == "--settle-ms") options.settleMs = std::atoi(argv[i + 1]);
-    else if (name == "--idle-ms") options.idleMs = std::atoi(argv[i + 1]);
-    else if (name == "--timeout-ms") options.timeoutMs = std::atoi(argv[i + 1]);
-    else return std::nullopt;
+    if (name == "--title")
+      options.title = argv[i + 1];
+    else if (name == "--settle-ms")
+      options.settleMs = std::atoi(argv[i + 1]);
+    else if (name == "--idle-ms")
+      options.idleMs = std::atoi(argv[i + 1]);
+    else if (name == "--timeout-ms")
+      options.timeoutMs = std::atoi(argv[i + 1]);
+    else
+      return std::nullopt;
   }
   if (i >= argc || std::strcmp(argv[i], "--") != 0 || options.title.empty()) return std::nullopt;
   options.command.assign(argv + i + 1, argv + argc);
@@ -78,8 +83,8 @@ class Display {
     // Every top-level window created from now on is announced to us.
     const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
     ReplyPtr<xcb_generic_error_t> error(
-        xcb_request_check(connection_, xcb_change_window_attributes_checked(connection_, root_, XCB_CW_EVENT_MASK,
-                                                                            &mask)),
+        xcb_request_check(connection_,
+                          xcb_change_window_attributes_checked(connection_, root_, XCB_CW_EVENT_MASK, &mask)),
         &std::free);
     return error == nullptr || Fail("cannot watch the X display's top-level windows");
   }
@@ -117,8 +122,7 @@ class Display {
 
   std::optional<std::string> Property(xcb_window_t window, xcb_atom_t property, xcb_atom_t type) {
     ReplyPtr<xcb_get_property_reply_t> reply(
-        xcb_get_property_reply(connection_, xcb_get_property(connection_, 0, window, property, type, 0, 1024),
-                               nullptr),
+        xcb_get_property_reply(connection_, xcb_get_property(connection_, 0, window, property, type, 0, 1024), nullptr),
         &std::free);
     if (reply == nullptr || reply->format != 8 || xcb_get_property_value_length(reply.get()) == 0) return {};
     return std::string(static_cast<const char*>(xcb_get_property_value(reply.get())),
@@ -126,7 +130,8 @@ class Display {
   }
 
   bool HasTitle(xcb_window_t window, const std::string& title) {
-    return Property(window, netWmName_, utf8String_) == title || Property(window, XCB_ATOM_WM_NAME, XCB_ATOM_ANY) == title;
+    return Property(window, netWmName_, utf8String_) == title ||
+           Property(window, XCB_ATOM_WM_NAME, XCB_ATOM_ANY) == title;
   }
 
   // Damage is watched on every new top-level window because the title may be set after the first drawing.

@@ -11,8 +11,7 @@ namespace {
 
 // Refuses, at compile time, a catalogue line without exactly one text per language.
 template <class... Texts>
-  requires(sizeof...(Texts) == kLanguageCount)
-consteval CatalogueEntry MakeEntry(const char* key, Texts... texts) {
+requires(sizeof...(Texts) == kLanguageCount) consteval CatalogueEntry MakeEntry(const char* key, Texts... texts) {
   return {key, {texts...}};
 }
 

@@ -58,8 +58,7 @@ CURLSH* SetUp(void* library) {
   decltype(&::curl_global_init) globalInit = nullptr;
   decltype(&::curl_share_init) shareInit = nullptr;
   decltype(&::curl_share_setopt) shareSetopt = nullptr;
-  if (!FindFunction(library, "curl_global_init", globalInit) ||
-      !FindFunction(library, "curl_share_init", shareInit) ||
+  if (!FindFunction(library, "curl_global_init", globalInit) || !FindFunction(library, "curl_share_init", shareInit) ||
       !FindFunction(library, "curl_share_setopt", shareSetopt) || globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
     return nullptr;
   }
@@ -99,8 +98,9 @@ const CurlLibrary* Curl() {
 }
 
 CurlUrl::CurlUrl(const CurlLibrary& curl, const std::string& text)
-    : curl_(curl), url_(curl.url()), parsed_(url_ != nullptr && curl.urlSet(url_, CURLUPART_URL, text.c_str(), 0) ==
-                                                                     CURLUE_OK) {}
+    : curl_(curl),
+      url_(curl.url()),
+      parsed_(url_ != nullptr && curl.urlSet(url_, CURLUPART_URL, text.c_str(), 0) == CURLUE_OK) {}
 
 CurlUrl::~CurlUrl() { curl_.urlCleanup(url_); }
 

@@ -1,6 +1,7 @@
 // Development builds only: a host started by a test, or by tools/run.sh, can aim the library at a development
-// backend on any loopback port and shorten the maintenance timer, or keep it out of the real home, through its environment. Release builds compile
-// both out, so the shipped product keeps its built-in endpoints and timings whatever the environment says.
+// backend on any loopback port and shorten the maintenance timer, or keep it out of the real home, through its
+// environment. Release builds compile both out, so the shipped product keeps its built-in endpoints and timings
+// whatever the environment says.
 #pragma once
 
 #include <chrono>

@@ -212,8 +212,8 @@ std::string IsoTimestamp(double seconds) {
 
 std::string DiagnosticsFolder(const std::function<const char*(const char*)>& getenv) {
   const char* state = getenv("XDG_STATE_HOME");
-  fs::path base = state != nullptr && state[0] == '/' ? fs::path(state)
-                                                      : fs::path(Seam<Home>::Get().Directory()) / ".local/state";
+  fs::path base =
+      state != nullptr && state[0] == '/' ? fs::path(state) : fs::path(Seam<Home>::Get().Directory()) / ".local/state";
   return (base / "orvistelle").string();
 }
 

@@ -1,6 +1,5 @@
 #include "platform/LogText.h"
 
-
 namespace orvistelle::platform {
 namespace {
 
@@ -28,9 +27,7 @@ CodePoint DecodeUtf8(std::string_view text) {
   return {value, length};
 }
 
-bool IsLineBreaking(char32_t c) {
-  return c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029;
-}
+bool IsLineBreaking(char32_t c) { return c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029; }
 
 // "\\x1b" for a byte, "\\u2028" for a code point: lower-case hexadecimal, two or four digits.
 std::string Hex(std::string_view prefix, char32_t value, int digits) {

@@ -54,8 +54,7 @@ StateFileContents ReadBounded(int fd, size_t expected, size_t limit, const std::
 }
 
 // The new contents in a fresh, private file beside the target, flushed to the disk; its path, or the error.
-std::error_code WriteTemporary(const fs::path& target, std::string_view contents, mode_t mode,
-                               std::string* temporary) {
+std::error_code WriteTemporary(const fs::path& target, std::string_view contents, mode_t mode, std::string* temporary) {
   std::string pattern = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
   UniqueFd file(::mkostemp(pattern.data(), O_CLOEXEC | O_NOFOLLOW));  // with O_CREAT | O_EXCL, mode 0600
   if (file.get() < 0) return LastError();
@@ -95,8 +94,8 @@ StateFileContents ReadStateFileReporting(const std::string& path, size_t limit) 
   struct stat info {};
   if (file.get() < 0 || ::fstat(file.get(), &info) != 0) return {std::nullopt, LastError()};
   if (!S_ISREG(info.st_mode)) {
-    return {std::nullopt, std::make_error_code(S_ISDIR(info.st_mode) ? std::errc::is_a_directory
-                                                                     : std::errc::invalid_argument)};
+    return {std::nullopt,
+            std::make_error_code(S_ISDIR(info.st_mode) ? std::errc::is_a_directory : std::errc::invalid_argument)};
   }
   if (info.st_size > static_cast<off_t>(limit)) return {std::nullopt, TooLarge(path, limit)};
   return ReadBounded(file.get(), static_cast<size_t>(info.st_size), limit, path);

@@ -29,9 +29,9 @@ StateFileContents ReadStateFileReporting(const std::string& path, std::size_t li
 std::optional<std::string> ReadStateFile(const std::string& path, std::size_t limit = kStateFileLimit);
 
 // Replaces the file whole: a new file, readable and writable by its owner alone unless `mode` says otherwise, is
-// written and flushed beside it, then renamed over it. Readers and a process killed at any moment see the old contents or the new ones; a symbolic
-// link at the path is replaced, never written through. On failure the old file is left as it was. Temporary files
-// that killed processes left beside the file are removed once they are a minute old.
+// written and flushed beside it, then renamed over it. Readers and a process killed at any moment see the old contents
+// or the new ones; a symbolic link at the path is replaced, never written through. On failure the old file is left as
+// it was. Temporary files that killed processes left beside the file are removed once they are a minute old.
 std::error_code WriteStateFile(const std::string& path, std::string_view contents, mode_t mode = 0600);
 
 }  // namespace orvistelle::platform

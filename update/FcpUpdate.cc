@@ -28,7 +28,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr double kCheckInterval = 21600.0;   // six hours between attempts, failed or not
+constexpr double kCheckInterval = 21600.0;  // six hours between attempts, failed or not
 constexpr double kDismissDuration = 86400.0;
 constexpr char kManifestPath[] = "/orvistelle/vask/latest.json";
 
@@ -164,8 +164,8 @@ void ApplyResponse(const platform::HttpResponse& response, SignatureState signat
     platform::Log(std::string("update check: missing hosts.") + kHostKey);
     return;
   }
-  std::string line = std::string("update check host=") + kHostKey + " latest=" + entry->version +
-                     " force_below=" + entry->forceBelow;
+  std::string line =
+      std::string("update check host=") + kHostKey + " latest=" + entry->version + " force_below=" + entry->forceBelow;
   StoreHostEntry(std::move(*entry));
   platform::Log(line);
 }

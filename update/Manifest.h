@@ -23,8 +23,8 @@ struct HostEntry {
   std::optional<std::string> download;  // this platform's direct download: only a non-empty string
 };
 
-struct NotAnObject {};        // the body is no JSON object: ignored without a word
-struct MissingHostEntry {};   // no "hosts" object, or no object for this host in it
+struct NotAnObject {};       // the body is no JSON object: ignored without a word
+struct MissingHostEntry {};  // no "hosts" object, or no object for this host in it
 
 using ManifestReading = std::variant<HostEntry, NotAnObject, MissingHostEntry>;
 

@@ -96,8 +96,8 @@ std::optional<std::string> DecodeExactly(std::string_view text, size_t size) {
 }
 
 bool Verify(const Crypto& crypto, std::string_view message, const std::string& signature, const std::string& key) {
-  EVP_PKEY* publicKey = crypto.newRawPublicKey(EVP_PKEY_ED25519, nullptr,
-                                               reinterpret_cast<const unsigned char*>(key.data()), key.size());
+  EVP_PKEY* publicKey =
+      crypto.newRawPublicKey(EVP_PKEY_ED25519, nullptr, reinterpret_cast<const unsigned char*>(key.data()), key.size());
   EVP_MD_CTX* context = crypto.newContext();
   bool good = publicKey != nullptr && context != nullptr &&
               crypto.verifyInit(context, nullptr, nullptr, nullptr, publicKey) == 1 &&

@@ -10,9 +10,9 @@ namespace orvistelle::update {
 enum class SignatureState {
   kNotChecked,  // no manifest has arrived yet
   kVerified,
-  kMissing,     // no signature came with the manifest
-  kWrong,       // a signature came, but not one over these bytes by this key
-  kNoKey,       // a development build without a key takes manifests unsigned
+  kMissing,  // no signature came with the manifest
+  kWrong,    // a signature came, but not one over these bytes by this key
+  kNoKey,    // a development build without a key takes manifests unsigned
 };
 
 // "verified", "missing", "wrong", "not checked" or "not required (no key in this build)".

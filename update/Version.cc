@@ -23,8 +23,8 @@ int32_t LenientInt(std::string_view text) {
   int64_t magnitude = 0;
   for (; i < text.size() && IsDigit(text[i]); ++i) magnitude = std::min(kLimit, magnitude * 10 + (text[i] - '0'));
   int64_t value = negative ? -magnitude : magnitude;
-  return static_cast<int32_t>(std::clamp<int64_t>(value, std::numeric_limits<int32_t>::min(),
-                                                  std::numeric_limits<int32_t>::max()));
+  return static_cast<int32_t>(
+      std::clamp<int64_t>(value, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
 }
 
 bool IsLetterOrDigit(char c) { return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }

@@ -101,11 +101,10 @@ nlohmann::json SessionAndUpdate() {
 int Status(bool json) {
   const shell::Probes probes = shell::ProbeComponents();
   if (json) {
-    nlohmann::json report = {
-        {"ready", probes.AllReady()},
-        {"host", {{"ready", probes.host}, {"path", BundlePath()}}},
-        {"service", {{"ready", probes.service}, {"path", shell::XpcPluginPath().value_or("")}}},
-        {"template", {{"ready", probes.templ}, {"path", shell::MotionTemplatePath()}}}};
+    nlohmann::json report = {{"ready", probes.AllReady()},
+                             {"host", {{"ready", probes.host}, {"path", BundlePath()}}},
+                             {"service", {{"ready", probes.service}, {"path", shell::XpcPluginPath().value_or("")}}},
+                             {"template", {{"ready", probes.templ}, {"path", shell::MotionTemplatePath()}}}};
     report.update(SessionAndUpdate());
     std::cout << report.dump(2) << "\n";
   } else {
@@ -239,8 +238,8 @@ int Report() {
 }
 
 bool Removed(const std::string& what, const std::string& path, std::error_code error) {
-  const std::string outcome = error ? "could not remove " + what + " " + path + ": " + error.message()
-                                    : "removed " + what + " " + path;
+  const std::string outcome =
+      error ? "could not remove " + what + " " + path + ": " + error.message() : "removed " + what + " " + path;
   (error ? std::cerr : std::cout) << outcome << "\n";
   platform::Diagnose("reset: " + outcome);
   return !error;
@@ -302,9 +301,9 @@ int SupportMain(const std::vector<std::string>& arguments) {
   }
   // Refused before anything is looked at, so that no mistake further down can make an unconfirmed reset remove files.
   if (invocation->command == "reset" && !invocation->flag) return RefuseReset();
-  const std::string bundlePath = invocation->bundle.value_or(
-      DefaultBundlePath(platform::Seam<platform::Bundle>::Get().Main().executablePath, ORVISTELLE_CLI_INSTALLED_BUNDLE,
-                        ORVISTELLE_CLI_BUNDLE_NAME));
+  const std::string bundlePath =
+      invocation->bundle.value_or(DefaultBundlePath(platform::Seam<platform::Bundle>::Get().Main().executablePath,
+                                                    ORVISTELLE_CLI_INSTALLED_BUNDLE, ORVISTELLE_CLI_BUNDLE_NAME));
   if (!shell::IsDirectory(bundlePath)) {
     std::cerr << kProgram << ": no application bundle at " << bundlePath << "; name one with --bundle PATH\n";
     return 1;

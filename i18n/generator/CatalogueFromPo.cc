@@ -35,8 +35,8 @@ void ReadError(int severity, po_message_t, const char* file, size_t line, size_t
   if (severity == PO_SEVERITY_FATAL_ERROR) std::exit(1);
 }
 
-void ReadError2(int severity, po_message_t, const char* file, size_t line, size_t, int, const char* text,
-                po_message_t, const char*, size_t, size_t, int, const char* text2) {
+void ReadError2(int severity, po_message_t, const char* file, size_t line, size_t, int, const char* text, po_message_t,
+                const char*, size_t, size_t, int, const char* text2) {
   ReadError(severity, nullptr, file, line, 0, 0, (std::string(text) + " " + text2).c_str());
 }
 
@@ -79,7 +79,8 @@ std::optional<PoFile> ReadMessages(const char* path) {
     if (po_message_is_obsolete(message)) continue;
     const char* key = po_message_msgctxt(message);
     if (key == nullptr) {
-      if (*po_message_msgid(message) != '\0') Problem(path, Quoted(po_message_msgid(message)) + " has no key (msgctxt)");
+      if (*po_message_msgid(message) != '\0')
+        Problem(path, Quoted(po_message_msgid(message)) + " has no key (msgctxt)");
       continue;
     }
     messages.push_back({key, po_message_msgid(message), po_message_msgstr(message), po_message_is_fuzzy(message) != 0});
@@ -129,8 +130,8 @@ Column ReadColumn(const char* path, const std::vector<Message>& keys) {
     }
     const Message& message = found->second;
     if (message.english != expected.english)
-      Problem(path, key + " translates " + Quoted(message.english) + ", not the current English " +
-                        Quoted(expected.english));
+      Problem(path,
+              key + " translates " + Quoted(message.english) + ", not the current English " + Quoted(expected.english));
     if (message.text.empty()) Problem(path, key + " has no translation");
     if (message.fuzzy) Problem(path, key + " is marked fuzzy");
     if (Placeholders(message.text) != Placeholders(expected.english))
@@ -182,8 +183,8 @@ std::string DesktopValue(std::string_view text) {
 // user's locale, so such a file stands for its whole language.
 std::string DesktopLocale(const std::string& language) {
   const std::size_t underscore = language.find('_');
-  const bool numericRegion = underscore != std::string::npos &&
-                             language.find_first_not_of("0123456789", underscore + 1) == std::string::npos;
+  const bool numericRegion =
+      underscore != std::string::npos && language.find_first_not_of("0123456789", underscore + 1) == std::string::npos;
   return numericRegion ? language.substr(0, underscore) : language;
 }
 

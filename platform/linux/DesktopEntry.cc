@@ -56,9 +56,7 @@ std::string DecodeValue(std::string_view raw) {
       case 't': out += '\t'; break;
       case 'r': out += '\r'; break;
       case '\\': out += '\\'; break;
-      default:
-        out += '\\';
-        out += raw[i];
+      default: out += '\\'; out += raw[i];
     }
   }
   return out;

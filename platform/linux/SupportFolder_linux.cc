@@ -108,7 +108,7 @@ class FolderChain {
   }
 
  private:
-  std::vector<int> descriptors_;  // the root first
+  std::vector<int> descriptors_;    // the root first
   std::vector<std::string> names_;  // names_[i] is the name of descriptors_[i + 1] inside descriptors_[i]
 };
 

@@ -144,8 +144,9 @@ struct DevBackend::Impl {
   bool HasApiKey(const httplib::Request& req, httplib::Response& res) const {
     std::string key = req.has_header("apikey") ? req.get_header_value("apikey") : req.get_param_value("apikey");
     if (key.empty()) {
-      SendJson(res, 401, {{"message", "No API key found in request"},
-                          {"hint", "No `apikey` request header or url param was found."}});
+      SendJson(
+          res, 401,
+          {{"message", "No API key found in request"}, {"hint", "No `apikey` request header or url param was found."}});
       return false;
     }
     if (!VerifyHs256(key, kDevelopmentSecret, Now())) {
@@ -230,8 +231,9 @@ struct DevBackend::Impl {
     if (!HasApiKey(req, res)) return;
     std::string filter = req.get_param_value("id");
     if (filter.rfind("eq.", 0) != 0) {
-      SendJson(res, 400, PostgrestError("PGRST100", "\"failed to parse filter (" + filter + ")\"",
-                                        "The development backend answers id=eq.<flow id> only."));
+      SendJson(res, 400,
+               PostgrestError("PGRST100", "\"failed to parse filter (" + filter + ")\"",
+                              "The development backend answers id=eq.<flow id> only."));
       return;
     }
     auto columns = SelectedColumns(req.get_param_value("select"));
@@ -267,8 +269,9 @@ struct DevBackend::Impl {
   void Heartbeat(const httplib::Request& req, httplib::Response& res) {
     auto body = ParseShallowJson(req.body);
     if (!body.is_object()) {
-      SendJson(res, 400, {{"error", "the heartbeat must be a JSON object nested at most " +
-                                        std::to_string(kMaxJsonDepth) + " levels deep"}});
+      SendJson(res, 400,
+               {{"error", "the heartbeat must be a JSON object nested at most " + std::to_string(kMaxJsonDepth) +
+                              " levels deep"}});
       return;
     }
     store->RecordHeartbeat(req.remote_addr, body.dump(), Now());
@@ -382,16 +385,11 @@ struct DevBackend::Impl {
   }
 
   void Dev(httplib::Response& res) {
-    DevPageData data{options.manifestPath.string(),
-                     options.dataDir.string(),
-                     options.accessTokenLifetimeSeconds,
-                     csrfToken,
-                     manifestKey->PublicKeyBase64(),
-                     SignatureState(),
-                     store->RecentHeartbeats(kDevPageRows),
-                     store->RecentFetches(kDevPageRows),
-                     store->RecentSessions(kDevPageRows),
-                     store->RecentRelays(kDevPageRows, Now())};
+    DevPageData data{options.manifestPath.string(),         options.dataDir.string(),
+                     options.accessTokenLifetimeSeconds,    csrfToken,
+                     manifestKey->PublicKeyBase64(),        SignatureState(),
+                     store->RecentHeartbeats(kDevPageRows), store->RecentFetches(kDevPageRows),
+                     store->RecentSessions(kDevPageRows),   store->RecentRelays(kDevPageRows, Now())};
     SendHtml(res, 200, DevPage(data));
   }
 
@@ -422,7 +420,8 @@ struct DevBackend::Impl {
     server.Post("/console/v1/plugin/heartbeat", [this](Req req, Res res) { Heartbeat(req, res); });
     server.Get("/orvistelle/vask/latest.json", [this](Req req, Res res) { Manifest(req, res); });
     server.Get("/orvistelle/vask/latest.json.sig", [this](Req req, Res res) { ManifestSignature(req, res); });
-    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb", [this](Req req, Res res) { Download(req, res); });
+    server.Get("/orvistelle/vask/fcp/orvistelle-fcp-linux-latest.deb",
+               [this](Req req, Res res) { Download(req, res); });
     server.Get(std::string("/site") + kLanguagePrefix + "(/.*)?", [this](Req req, Res res) { SitePage(req, res); });
     server.Post(std::string("/site") + kLanguagePrefix + "/sign-in",
                 [this](Req req, Res res) { SignInSubmit(req, res); });

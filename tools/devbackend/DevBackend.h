@@ -16,7 +16,7 @@ struct Options {
   std::filesystem::path dataDir;
   std::filesystem::path manifestPath;  // read at every request, so that a developer can edit it while running
   int accessTokenLifetimeSeconds = 3600;
-  std::function<double()> clock;  // seconds since 1970; the system clock when empty
+  std::function<double()> clock;     // seconds since 1970; the system clock when empty
   double reuseIntervalSeconds = 10;  // how long a spent refresh token still gets its successor
   bool signManifest = true;  // serve latest.json.sig, signed with the development key, unless one lies beside it
 };

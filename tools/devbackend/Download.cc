@@ -13,8 +13,8 @@ constexpr std::string_view kReadme =
 // One member: a 60-byte header of space-padded text fields, the bytes, and a newline to an even length.
 void PutMember(std::string& archive, std::string_view name, std::string_view bytes) {
   char header[61];
-  (void)std::snprintf(header, sizeof header, "%-16.16s%-12d%-6d%-6d%-8s%-10zu`\n", std::string(name).c_str(), 0, 0,
-                      0, "100644", bytes.size());
+  (void)std::snprintf(header, sizeof header, "%-16.16s%-12d%-6d%-6d%-8s%-10zu`\n", std::string(name).c_str(), 0, 0, 0,
+                      "100644", bytes.size());
   archive.append(header, 60);
   archive += bytes;
   if (bytes.size() % 2 != 0) archive += '\n';

@@ -36,8 +36,7 @@ std::optional<nlohmann::json> VerifyHs256(std::string_view token, std::string_vi
   auto signature = platform::DecodeBase64Url(token.substr(lastDot + 1));
   if (!header || !payload || !signature) return std::nullopt;
   std::string expected = HmacSha256(secret, token.substr(0, lastDot));
-  if (signature->size() != expected.size() ||
-      CRYPTO_memcmp(signature->data(), expected.data(), expected.size()) != 0) {
+  if (signature->size() != expected.size() || CRYPTO_memcmp(signature->data(), expected.data(), expected.size()) != 0) {
     return std::nullopt;
   }
   // Only HS256 is ever issued here; a token naming another algorithm ("none" above all) was not made here.

@@ -11,16 +11,18 @@ std::string SiteRoot(std::string_view lang) { return lang.empty() ? "/site" : "/
 std::string DocsRoot(std::string_view lang) { return lang.empty() ? "/docs" : "/docs/" + std::string(lang); }
 
 std::string Layout(std::string_view lang, std::string_view title, std::string_view body) {
-  std::string html = "<!doctype html>\n<html lang=\"" + std::string(lang.empty() ? "en" : lang) +
-                     "\"><head><meta charset=\"utf-8\"><title>" + HtmlEscape(title) +
-                     " · Orvistelle (development)</title><style>"
-                     "body{font:15px/1.5 sans-serif;max-width:46em;margin:2em auto;padding:0 1em;color:#222}"
-                     ".dev{background:#fff4d6;border:1px solid #e0c070;padding:.5em 1em}"
-                     "label{display:block;margin:.6em 0}input{font:inherit;padding:.3em;width:20em}"
-                     ".error{color:#b00020}table{border-collapse:collapse}td,th{border:1px solid #ccc;padding:.2em .5em;"
-                     "text-align:left;vertical-align:top;font-size:13px}</style></head><body>";
-  html += "<p class=\"dev\">Development site, served by tools/devbackend on this computer. Nothing here is the real "
-          "Orvistelle website.";
+  std::string html =
+      "<!doctype html>\n<html lang=\"" + std::string(lang.empty() ? "en" : lang) +
+      "\"><head><meta charset=\"utf-8\"><title>" + HtmlEscape(title) +
+      " · Orvistelle (development)</title><style>"
+      "body{font:15px/1.5 sans-serif;max-width:46em;margin:2em auto;padding:0 1em;color:#222}"
+      ".dev{background:#fff4d6;border:1px solid #e0c070;padding:.5em 1em}"
+      "label{display:block;margin:.6em 0}input{font:inherit;padding:.3em;width:20em}"
+      ".error{color:#b00020}table{border-collapse:collapse}td,th{border:1px solid #ccc;padding:.2em .5em;"
+      "text-align:left;vertical-align:top;font-size:13px}</style></head><body>";
+  html +=
+      "<p class=\"dev\">Development site, served by tools/devbackend on this computer. Nothing here is the real "
+      "Orvistelle website.";
   if (!lang.empty()) {
     html += " The page was asked for in \"" + HtmlEscape(lang) + "\"; the development site is in English only.";
   }
@@ -65,8 +67,8 @@ std::string SessionTable(const std::vector<SessionRow>& sessions, const std::str
             Cell(session.refreshCount == 0 ? "never" : IsoTime(session.refreshedAt)) +
             Cell(std::to_string(session.refreshCount)) +
             "<td><form method=\"post\" action=\"/dev/revoke\"><input type=\"hidden\" name=\"csrf\" value=\"" +
-            HtmlEscape(csrfToken) + "\"><input type=\"hidden\" name=\"email\" value=\"" +
-            HtmlEscape(session.email) + "\"><button>Revoke all of this user's sessions</button></form></td></tr>";
+            HtmlEscape(csrfToken) + "\"><input type=\"hidden\" name=\"email\" value=\"" + HtmlEscape(session.email) +
+            "\"><button>Revoke all of this user's sessions</button></form></td></tr>";
   }
   return Table({"User", "Session", "Started", "Last refresh", "Refreshes", ""}, rows);
 }
@@ -136,23 +138,25 @@ std::string PrivacyPage(std::string_view lang) {
                 "and sends nothing anywhere.</p>");
 }
 
-std::string SignInPage(std::string_view lang, std::string_view flowId, std::string_view email,
-                       std::string_view error) {
+std::string SignInPage(std::string_view lang, std::string_view flowId, std::string_view email, std::string_view error) {
   std::string body;
   if (flowId.empty()) {
-    body += "<p class=\"error\">This page has no flow id, so the app would not receive the session. Start the "
-            "sign-in from the app.</p>";
+    body +=
+        "<p class=\"error\">This page has no flow id, so the app would not receive the session. Start the "
+        "sign-in from the app.</p>";
   }
   if (!error.empty()) body += "<p class=\"error\" id=\"error\">" + HtmlEscape(error) + "</p>";
-  body += "<p>Any e-mail and password will do: an e-mail seen for the first time becomes a development user with that "
-          "password.</p><form method=\"post\" action=\"" +
-          SiteRoot(lang) + "/sign-in\"><input type=\"hidden\" name=\"from\" value=\"vask\">"
-          "<input type=\"hidden\" name=\"flowId\" value=\"" +
-          HtmlEscape(flowId) +
-          "\"><label>E-mail <input type=\"email\" name=\"email\" required autocomplete=\"username\" value=\"" +
-          HtmlEscape(email) +
-          "\"></label><label>Password <input type=\"password\" name=\"password\" required "
-          "autocomplete=\"current-password\"></label><button type=\"submit\">Sign in</button></form>";
+  body +=
+      "<p>Any e-mail and password will do: an e-mail seen for the first time becomes a development user with that "
+      "password.</p><form method=\"post\" action=\"" +
+      SiteRoot(lang) +
+      "/sign-in\"><input type=\"hidden\" name=\"from\" value=\"vask\">"
+      "<input type=\"hidden\" name=\"flowId\" value=\"" +
+      HtmlEscape(flowId) +
+      "\"><label>E-mail <input type=\"email\" name=\"email\" required autocomplete=\"username\" value=\"" +
+      HtmlEscape(email) +
+      "\"></label><label>Password <input type=\"password\" name=\"password\" required "
+      "autocomplete=\"current-password\"></label><button type=\"submit\">Sign in</button></form>";
   return Layout(lang, "Sign in", body);
 }
 
@@ -175,8 +179,7 @@ std::string DocsInstallPage(std::string_view lang) {
 }
 
 std::string NotFoundPage(std::string_view path) {
-  return Layout("", "Not found",
-                "<p>The development site has no page at " + HtmlEscape(path) + ".</p>");
+  return Layout("", "Not found", "<p>The development site has no page at " + HtmlEscape(path) + ".</p>");
 }
 
 std::string DevPage(const DevPageData& data) {
@@ -190,9 +193,10 @@ std::string DevPage(const DevPageData& data) {
           "to it.</p>";
   body += "<h2>Heartbeats</h2>" + HeartbeatTable(data.heartbeats);
   body += "<h2>Update checks and downloads</h2>" + FetchTable(data.fetches);
-  body += "<h2>Sessions</h2><p>A revoke takes effect at the app's next refresh: the access token it holds stays "
-          "valid until then, and the refresh that follows fails.</p>" +
-          SessionTable(data.sessions, data.csrfToken);
+  body +=
+      "<h2>Sessions</h2><p>A revoke takes effect at the app's next refresh: the access token it holds stays "
+      "valid until then, and the refresh that follows fails.</p>" +
+      SessionTable(data.sessions, data.csrfToken);
   body += "<h2>Sign-in relay</h2>" + RelayTable(data.relays);
   std::string html = Layout("", "Development backend", body);
   html.insert(html.find("<title>"), "<meta http-equiv=\"refresh\" content=\"5\">");

@@ -19,8 +19,10 @@ constexpr char kUsage[] =
     "usage: orvistelle-devbackend [--port N] [--data-dir DIR] [--manifest FILE] [--token-lifetime SECONDS]\n"
     "                             [--reuse-interval SECONDS]\n"
     "  --port            port on 127.0.0.1 (default 54321; 0 picks a free one)\n"
-    "  --data-dir        where the SQLite database lives (default " ORVISTELLE_DEVBACKEND_DATA ")\n"
-    "  --manifest        the update manifest served as latest.json (default " ORVISTELLE_DEVBACKEND_MANIFEST ")\n"
+    "  --data-dir        where the SQLite database lives (default " ORVISTELLE_DEVBACKEND_DATA
+    ")\n"
+    "  --manifest        the update manifest served as latest.json (default " ORVISTELLE_DEVBACKEND_MANIFEST
+    ")\n"
     "  --token-lifetime  access-token lifetime in seconds (default 3600); 120 shows a refresh within minutes\n"
     "  --reuse-interval  seconds in which a spent refresh token still gets its successor (default 10); 0 revokes at\n"
     "                    once\n"
@@ -87,8 +89,8 @@ int main(int argc, char** argv) {
     std::cerr << "orvistelle-devbackend: " << error << "\n";
     return 1;
   }
-  std::cout << "Orvistelle development backend on " << backend.BaseURL() << " (what the app sent: "
-            << backend.BaseURL() << "/dev)" << std::endl;
+  std::cout << "Orvistelle development backend on " << backend.BaseURL() << " (what the app sent: " << backend.BaseURL()
+            << "/dev)" << std::endl;
   int received = 0;
   sigwait(&stopSignals, &received);
   backend.Stop();

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "orvistelle/FcpI18n.h"
+#include "platform/NoDestructor.h"
 
 namespace orvistelle::i18n {
 namespace {
@@ -24,15 +25,17 @@ constexpr CatalogueEntry kCatalogue[] = {
 // Keys are views of the static table, so a lookup by string_view needs no temporary string.
 using CatalogueMap = std::unordered_map<std::string_view, const CatalogueEntry*>;
 
+CatalogueMap IndexByKey() {
+  CatalogueMap map;
+  map.reserve(std::size(kCatalogue));
+  for (const CatalogueEntry& entry : kCatalogue) map.emplace(entry.key, &entry);
+  return map;
+}
+
 const CatalogueMap& Entries() {
-  // Never destroyed: status lines are translated on host threads that may still run while the process exits.
-  static const auto& entries = *[] {
-    auto* map = new CatalogueMap;
-    map->reserve(std::size(kCatalogue));
-    for (const CatalogueEntry& entry : kCatalogue) map->emplace(entry.key, &entry);
-    return map;
-  }();
-  return entries;
+  // Status lines are translated on host threads that may still run while the process exits.
+  static const platform::NoDestructor<CatalogueMap> entries(IndexByKey());
+  return *entries;
 }
 
 }  // namespace

@@ -91,8 +91,7 @@ TEST(Format, FillsPlaceholdersInOrderAndLeavesTheRest) {
 TEST(Concurrency, LookupsStayWholeWhileTheLanguageChanges) {
   const std::set<std::string> answers = {"ja", "準備完了", "バージョン 9.9", "de", "Bereit", "Version 9.9"};
   Prefer({"ja"});
-  std::atomic<int> finished{0};
-  std::atomic<int> wrong{0};
+  std::atomic<int> finished{0}, wrong{0};
   auto read = [&] {
     for (int round = 0; round < 2000; ++round)
       for (const std::string& answer :

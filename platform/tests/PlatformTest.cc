@@ -151,10 +151,7 @@ void Lay(const fs::path& root, const std::string& layout) {
 bool ReturnsWithin(std::chrono::milliseconds limit, std::function<void()> call) {
   auto done = std::make_shared<std::promise<void>>();
   std::future<void> returned = done->get_future();
-  std::thread([done, call = std::move(call)] {
-    call();
-    done->set_value();
-  }).detach();
+  std::thread([done, call = std::move(call)] { call(), done->set_value(); }).detach();
   return returned.wait_for(limit) == std::future_status::ready;
 }
 
@@ -190,9 +187,7 @@ TEST(DiagnosticsLog, NoObjectAtItsPathHoldsUpACaller) {
     const int reader = ::open((temp.path() / log).c_str(), O_RDONLY | O_NONBLOCK);
     std::vector<std::string> lines;
     EXPECT_TRUE(ReturnsWithin(1s, [&lines] {
-      StartDiagnosticsLog();
-      Diagnose("one");
-      Log("two\n[Orvistelle] forged");
+      StartDiagnosticsLog(), Diagnose("one"), Log("two\n[Orvistelle] forged");
       lines = ReadDiagnosticsTail(DiagnosticsLogPath(), 9);
     })) << name;
     char byte = 0;

@@ -54,15 +54,13 @@ TEST_F(SetupTest, SetupMendsWhatIsMissingAndSaysHowItWent) {
        .hint = kDone},
       {.what = "tool fails too", .registerStatus = -2, .toolStatus = -2, .calls = {"register", "tool"}, .installed = "",
        .hint = "error: Registration failed (error -2). Move the app to Applications and try again."},
-      {.what = "not listed yet", .listed = false, .installed = "new",
-       .hint = "warning: Registration sent. Try again in a moment if status stays unchanged."},
+      {.what = "the tool, not listed yet", .registerStatus = -13, .listed = false, .calls = {"register", "tool"},
+       .installed = "new", .hint = "warning: Registration sent. Try again in a moment if status stays unchanged."},
       {.what = "no bundled template", .bundled = false, .installed = "",
        .hint = kInstallFailed + "Template files are missing from this app. Re-download the package."}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    SetHostRegistered(c.host);
-    SetInstalledTemplate(c.templ);
-    database_.calls.clear();
+    SetHostRegistered(c.host), SetInstalledTemplate(c.templ), database_.calls.clear();
     std::tie(database_.registerStatus, database_.toolStatus, database_.listWhenRegistered) =
         std::tuple(c.registerStatus, c.toolStatus, c.listed);
     if (!c.bundled) fs::remove_all(BundledTemplate());

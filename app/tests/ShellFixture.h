@@ -33,11 +33,9 @@ class FakeAppDatabase final : public platform::AppDatabase {
     return identifier == config::kBundleIdentifier ? listed : std::vector<std::string>{};
   }
   int Unregister(const std::string&) override { return 0; }
-  int registerStatus = 0;
-  int toolStatus = 0;
+  int registerStatus = 0, toolStatus = 0;
   bool listWhenRegistered = true;
-  std::vector<std::string> listed;
-  std::vector<std::string> calls;
+  std::vector<std::string> listed, calls;
 
  private:
   int Listing(const char* call, int status, const std::string& bundlePath) {

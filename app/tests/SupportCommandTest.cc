@@ -3,22 +3,18 @@
 
 #include "app/Probes.h"
 #include "app/tests/ShellFixture.h"
-#include "platform/testing/ChildProcess.h"
 
 namespace orvistelle::shell::testing {
 namespace {
 
 class SupportCommand : public ::testing::Test {
  protected:
-  platform::testing::ChildRun Run(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words{ORVISTELLE_TEST_CLI};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<std::string> environment = {"HOME=" + Home().string(), "XDG_STATE_HOME=" + (root() / "state").string(),
-                                            "XDG_DATA_HOME=" + (root() / "data").string(),
-                                            "XDG_DATA_DIRS=" + (root() / "d2").string() + "::relative:" +
-                                                (root() / "d1").string(),
-                                            "LANGUAGE=en",
-                                            "ORVISTELLE_DEV_HOME=" + Home().string()};
+  platform::testing::ChildRun Run(std::vector<std::string> words) {
+    words.insert(words.begin(), ORVISTELLE_TEST_CLI);
+    std::vector<std::string> environment = {
+        "HOME=" + Home().string(), "ORVISTELLE_DEV_HOME=" + Home().string(), "LANGUAGE=en",
+        "XDG_STATE_HOME=" + (root() / "state").string(), "XDG_DATA_HOME=" + (root() / "data").string(),
+        "XDG_DATA_DIRS=" + (root() / "d2").string() + "::relative:" + (root() / "d1").string()};
     for (const char* inherited : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
       if (const char* value = std::getenv(inherited)) environment.push_back(std::string(inherited) + "=" + value);
     }
@@ -52,8 +48,7 @@ TEST_F(SupportCommand, ExitCodeAndWhereTheTextGoes) {
   for (const auto& c : cases) {
     const auto outcome = Run(c.args);
     EXPECT_EQ(std::tuple(outcome.exitCode, outcome.out.substr(0, c.out.size()), outcome.err.substr(0, c.err.size())),
-              std::tuple(c.exit, c.out, c.err))
-        << ::testing::PrintToString(c.args);
+              std::tuple(c.exit, c.out, c.err)) << ::testing::PrintToString(c.args);
   }
 }
 
@@ -117,8 +112,7 @@ TEST_F(SupportCommand, AnEntryNamingTheBundleIsItsRegistrationAndResetRemovesOnl
     const int exitCode = Run({"reset", "--yes"}).exitCode;  // before the checks, whatever order they run in
     EXPECT_EQ(std::tuple(exitCode, fs::exists(EntryIn("data")), fs::exists(root() / "data/applications"),
                          fs::exists(templateFolders)),
-              std::tuple(0, entry.stays, entry.stays, false))
-        << entry.name;
+              std::tuple(0, entry.stays, entry.stays, false)) << entry.name;
   }
 }
 

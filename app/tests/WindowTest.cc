@@ -14,7 +14,6 @@
 #include "app/AppDelegate.h"
 #include "app/Images.h"
 #include "app/tests/ShellFixture.h"
-#include "orvistelle/BuildConfig.h"
 
 namespace orvistelle::app {
 namespace {
@@ -110,7 +109,6 @@ INSTANTIATE_TEST_SUITE_P(AllProbeResults, DecisionTableTest, ::testing::Range(0,
          (info.param & 4 ? "Template" : "NoTemplate");
 });
 
-// Each link, pressed as a screen reader presses it, opens only its page.
 // The window's images are the pixels drawn from the SVG sources, premultiplied, at the sizes the views show them; a
 // file that is not such an image, whole, reads as nothing.
 TEST(Images, PixelFilesHoldTheDrawnImagesAndAnythingElseReadsAsNothing) {
@@ -123,11 +121,10 @@ TEST(Images, PixelFilesHoldTheDrawnImagesAndAnythingElseReadsAsNothing) {
   }
   const std::string good = ReadWholeFile((resources + "AppIcon-64.pixels").toStdString());
   const std::string wide = good.substr(0, 4) + std::string("\x01\x04\0\0\x01\0\0\0", 8) + std::string(4 * 1025, 'p');
-  const std::pair<const char*, std::string> rows[] = {{"cut short", good.substr(0, good.size() - 1)},
-                                                      {"one byte more", good + "p"},
-                                                      {"another kind of file", "X" + good.substr(1)},
-                                                      {"no width", good.substr(0, 4) + std::string(8, '\0')},
-                                                      {"wider than any image", wide}};
+  const std::pair<const char*, std::string> rows[] = {
+      {"cut short", good.substr(0, good.size() - 1)}, {"one byte more", good + "p"},
+      {"another kind of file", "X" + good.substr(1)}, {"no width", good.substr(0, 4) + std::string(8, '\0')},
+      {"wider than any image", wide}};
   platform::testing::TempDir temp;
   for (const auto& [name, bytes] : rows) {
     WriteFile(temp.path() / "image.pixels", bytes);
@@ -135,6 +132,7 @@ TEST(Images, PixelFilesHoldTheDrawnImagesAndAnythingElseReadsAsNothing) {
   }
 }
 
+// Each link, pressed as a screen reader presses it, opens only its page.
 TEST_F(WindowTest, ScreenReadersHearEachRowAsOneItemNamedImagesAndLinksButNoSeparators) {
   Build();
   QAccessibleInterface* window = QAccessible::queryAccessibleInterface(&window_);
@@ -187,8 +185,7 @@ std::string Shown(const std::string& key) {
   const char* k = key.c_str();
   return key == "shell.registerFailed"          ? FcpTf(k, std::int32_t{-10814})
          : key == "shell.installTemplateFailed" ? FcpTf(k, FcpT("shell.installTemplateMissing"))
-         : key == "shell.version"               ? FcpTf(k, std::string("10.10.10"))
-                                                : FcpT(k);
+         : key == "shell.version"               ? FcpTf(k, std::string("10.10.10")) : FcpT(k);
 }
 
 // Each view with every text it shows in some state (the three value fields share one frame); and no view overlaps
@@ -223,8 +220,7 @@ TEST_F(WindowTest, EveryTextFitsItsViewAndNoViewAnotherInEveryLanguage) {
     const auto views = window_.findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
     for (const QWidget* view : views) {
       EXPECT_TRUE(window_.rect().contains(view->geometry())) << tag << " " << view->objectName().toStdString();
-      for (const QWidget* other : views)
-        EXPECT_TRUE(view == other || !view->geometry().intersects(other->geometry()))
+      for (const QWidget* other : views) EXPECT_TRUE(view == other || !view->geometry().intersects(other->geometry()))
             << tag << " " << view->objectName().toStdString() << " against " << other->objectName().toStdString();
     }
   }

@@ -40,10 +40,8 @@ TEST(Catalogue, EmptyOrNullColumnsFallBackToEnglish) {
     EXPECT_EQ(EntryText(entry, language), "English") << Column(language);
 }
 
-// Runs in a process of its own under ctest, so nothing has chosen a language yet.
-TEST(Language, IsEnglishBeforeTheHostLocaleIsApplied) { EXPECT_STREQ(FcpI18nLangCode(), "en"); }
-
-TEST(Language, OnlyTheFirstPreferredTagPicksTheLanguage) {
+TEST(Language, IsEnglishUntilChosenAndOnlyTheFirstPreferredTagPicksIt) {
+  EXPECT_STREQ(FcpI18nLangCode(), "en") << "before any choice: ctest runs each test in a process of its own";
   const std::pair<std::vector<std::string>, const char*> cases[] = {
       {{}, "en"}, {{"", "ja"}, "en"}, {{"zh_CN", "zh-TW"}, "zh"}, {{"zh-Hant-CN"}, "zh-TW"}, {{"zh-Hans-HK"}, "zh-TW"},
       {{"zh-MO"}, "zh-TW"}, {{"zhx"}, "en"}, {{"ZH_tw"}, "zh-TW"}, {{"JA_jp"}, "ja"}, {{"jav"}, "en"}, {{"ko"}, "ko"},
@@ -91,8 +89,7 @@ TEST(Format, FillsPlaceholdersInOrderAndLeavesTheRest) {
 TEST(Concurrency, LookupsStayWholeWhileTheLanguageChanges) {
   const std::set<std::string> answers = {"ja", "準備完了", "バージョン 9.9", "de", "Bereit", "Version 9.9"};
   Prefer({"ja"});
-  std::atomic<int> finished{0};
-  std::atomic<int> wrong{0};
+  std::atomic<int> finished{0}, wrong{0};
   auto read = [&] {
     for (int round = 0; round < 2000; ++round)
       for (const std::string& answer :

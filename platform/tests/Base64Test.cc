@@ -16,20 +16,16 @@ TEST(Base64, DecodesOnlyWhatTheAlphabetAndPaddingRuleAllow) {
       {"only padding", "====", false, kRequired, {}}, {"padding inside", "TQ==TWFu", false, kRequired, {}},
       {"white space", "TWFu\n", false, kRequired, {}}, {"non-ASCII", "TWF\xc3", false, kRequired, {}},
       {"standard", "+/8=", false, kRequired, "\xfb\xff"}, {"url in standard", "-_8=", false, kRequired, {}},
-      {"url", "-_8", true, kForbidden, "\xfb\xff"}, {"standard in url", "+/8", true, kForbidden, {}},
+      {"url", "-_-_-w", true, kForbidden, "\xfb\xff\xbf\xfb"}, {"standard in url", "+/8", true, kForbidden, {}},
       {"forbidden padding", "TWE=", true, kForbidden, {}}, {"lone last character", "TWFuT", true, kForbidden, {}},
       {"optional absent", "TWE", true, kOptional, "Ma"}, {"optional in part", "TQ=", true, kOptional, "M"},
       {"optional past the group", "TWE==", true, kOptional, {}}};
   for (const auto& [name, text, url, padding, bytes] : rows) {
     EXPECT_EQ(url ? DecodeBase64Url(text, padding) : DecodeBase64(text, padding), bytes) << name;
+    // Encoding writes the standard alphabet padded and the URL-safe one unpadded.
+    if (bytes && (!url || text.find('=') == text.npos))
+      EXPECT_EQ(url ? EncodeBase64Url(*bytes) : EncodeBase64(*bytes), text) << name << " encoded";
   }
-}
-
-TEST(Base64, EncodesStandardPaddedAndUrlUnpadded) {
-  using Texts = std::pair<std::string, std::string>;
-  const std::pair<std::string_view, Texts> rows[] = {
-      {"", {"", ""}}, {"M", {"TQ==", "TQ"}}, {"\xfb\xff\xbf", {"+/+/", "-_-_"}}};
-  for (const auto& [bytes, texts] : rows) EXPECT_EQ(Texts(EncodeBase64(bytes), EncodeBase64Url(bytes)), texts) << bytes;
 }
 
 }  // namespace

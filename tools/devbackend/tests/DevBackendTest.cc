@@ -121,12 +121,11 @@ TEST_F(DevBackendTest, TurnsAwayWhatTheHostedServicesWouldAndWhatCouldHarmTheDev
 // a request made behind two hundred of them is answered at once.
 TEST_F(DevBackendTest, StalledConnectionsDoNotHoldUpARequest) {
   std::vector<platform::UniqueFd> stalled;
+  sockaddr_in address{.sin_family = AF_INET, .sin_port = htons(backend_.Port()), .sin_addr = {htonl(INADDR_LOOPBACK)}};
+  constexpr std::string_view kHalf = "GET /dev HTTP/1.1\r\nHost: 127.0.0.1\r\n";
   for (int i = 0; i < 200; ++i) {
     platform::UniqueFd peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{
-        .sin_family = AF_INET, .sin_port = htons(backend_.Port()), .sin_addr = {htonl(INADDR_LOOPBACK)}};
     ASSERT_EQ(::connect(peer.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    constexpr std::string_view kHalf = "GET /dev HTTP/1.1\r\nHost: 127.0.0.1\r\n";
     ASSERT_EQ(::send(peer.get(), kHalf.data(), kHalf.size(), MSG_NOSIGNAL), static_cast<ssize_t>(kHalf.size()));
     stalled.push_back(std::move(peer));
   }

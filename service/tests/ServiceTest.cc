@@ -249,8 +249,7 @@ TEST_F(Service, HostsComeAndGoAtAnyMomentAndMeetHostileState) {
          EXPECT_EQ(ReadWholeFile(State("fcp-install-id.txt")), installId);
          EXPECT_FALSE(fs::exists(home_ / "Library"));
        }},
-      {.what = "a pipe at the session, a folder at the dismissal",
-       .given = [&] { mkfifo(State(session).c_str(), 0600), fs::create_directory(State(dismissal)); },
+      {.what = "pipes at both", .given = [&] { for (auto& at : {session, dismissal}) mkfifo(State(at).c_str(), 0600); },
        .argv = {"report"}, .prints = absent},
       {.what = "an endless session", .given = [&] { fs::create_symlink("/dev/zero", State(session)); },
        .argv = {"report"}, .prints = absent},

@@ -1,27 +1,134 @@
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include "auth/AccessClaims.h"
+#include "auth/AuthTesting.h"
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Status.h"
-#include "auth/tests/TestSupport.h"
 #include "orvistelle/BuildConfig.h"
+#include "orvistelle/FcpAuth.h"
+#include "platform/Base64.h"
+#include "platform/Json.h"
+#include "platform/testing/FakePlatform.h"
 #include "platform/testing/FaultInjection.h"
+#include "platform/testing/LoopbackServer.h"
 
+// A loopback backend that records what it is sent, and a fixture with every seam the account session uses faked.
 namespace orvistelle::auth::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using platform::Json, platform::JsonObject, platform::Dump, platform::EncodeBase64Url, platform::testing::WaitUntil;
+
+struct Reply {
+  int status = 200;
+  std::string body = "{}";
+};
+using Responder = std::function<Reply(const httplib::Request&)>;
+const char kRelay[] = "/rest/v1/auth_relay";
+
+// Records every request by path and answers it as the test said; other paths get 404.
+class Backend {
+ public:
+  void Answer(const std::string& path, Responder responder) {
+    std::lock_guard lock(mutex_);
+    responders_[path] = std::move(responder);
+  }
+  void Answer(const std::string& path, Reply reply) { Answer(path, [reply](auto&) { return reply; }); }
+  std::vector<httplib::Request> Seen(const std::string& path) {
+    std::lock_guard lock(mutex_);
+    return seen_[path];
+  }
+  std::string BaseURL() const { return server_.BaseURL(); }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, Responder> responders_;
+  std::map<std::string, std::vector<httplib::Request>> seen_;
+  platform::testing::LoopbackServer server_{[this](httplib::Server& server) {
+    auto handle = [this](const httplib::Request& request, httplib::Response& response) {
+      std::unique_lock lock(mutex_);
+      seen_[request.path].push_back(request);
+      Responder responder = responders_[request.path];
+      lock.unlock();
+      Reply reply = responder ? responder(request) : Reply{404};
+      response.status = reply.status;
+      response.set_content(reply.body, "application/json");
+    };
+    server.Get(".*", handle);
+    server.Post(".*", handle);
+  }};
+};
+
+// A JWT with the given claims and a signature nobody checks.
+std::string Jwt(const Json& claims) { return "eyJhbGciOiJIUzI1NiJ9." + EncodeBase64Url(Dump(claims)) + ".c2ln"; }
+
+// Every seam faked, a private home folder, the module pointed at the backend with fast polls and a timer that only
+// fires when a test asks. The module is reset afterwards.
+class AuthTest : public ::testing::Test {
+ protected:
+  AuthTest() { Restart(); }
+  ~AuthTest() override { release = true, ResetAuthForTesting(); }
+  void Restart() { ResetAuthForTesting(), UseSettings([](AuthSettings&) {}); }
+  void UseSettings(const std::function<void(AuthSettings&)>& change) {
+    AuthSettings settings{backend.BaseURL(), backend.BaseURL(), 2ms, 1h, 1h};
+    settings.refreshRetryDelays = {1ms, 2ms, 4ms};
+    change(settings);
+    SetAuthSettingsForTesting(settings);
+  }
+  Responder Held(Reply reply) {  // answers once `release` is set
+    return [this, reply](const httplib::Request&) { return WaitUntil([this] { return release.load(); }, 10s), reply; };
+  }
+  size_t Polls(const std::string& flowId = "") {  // sign-in polls, or those of one flow
+    size_t polls = 0;
+    for (const httplib::Request& poll : backend.Seen(kRelay)) polls += poll.target.find(flowId) != poll.target.npos;
+    return polls;
+  }
+  std::string FlowId() {  // of the last sign-in page opened
+    std::string url = browser.Snapshot().back();
+    return url.substr(url.find("flowId=") + 7);
+  }
+  std::string Status() { return FcpAuthStatus() + (FcpAuthStatusIsError() ? " (error)" : ""); }
+  fs::path Support(const std::string& name) const { return home.path() / ".local/share/orvistelle" / name; }
+  void Write(const std::string& name, const std::string& contents) const {
+    fs::create_directories(Support("."));
+    std::ofstream(Support(name), std::ios::binary) << contents;
+  }
+  std::optional<std::string> Read(const std::string& name) const {
+    std::ifstream file(Support(name), std::ios::binary);
+    return file ? std::optional(std::string(std::istreambuf_iterator<char>(file), {})) : std::nullopt;
+  }
+  void SignedIn(double expiresAt, const std::string& email = "e@x.y") const {
+    Write("fcp-session.json",
+          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", expiresAt}}));
+  }
+
+  std::atomic<bool> release{false};  // outlives the backend, whose handlers may wait on it
+  Backend backend;
+  platform::testing::TempDir home;
+  platform::testing::FakeClock clock;
+  platform::testing::FakeHome fakeHome{home.path().string()};
+  platform::testing::RecordingBrowser browser;
+  platform::testing::RecordingLog log;
+  platform::testing::FakeBundle bundle;
+  platform::testing::FakeLanguages languages{{"en-US"}};
+  platform::testing::ScopedFakes seams_{&clock, &fakeHome, &browser, &log, &bundle, &languages};
+};
 
 const char kHeartbeat[] = "/console/v1/plugin/heartbeat";
 const std::string kKey = config::kPublicApiKey;
@@ -44,7 +151,7 @@ TEST(DevOverridesAtStart, ReplaceTheEndpointsAndTheTimer) {
 TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   const auto tokens = [](const std::string& access) { return Json{{"access_token", access}, {"refresh_token", "r"}}; };
   const std::string claimed = Jwt({{"email", "claim@x.y"}, {"exp", 1700000500}});
-  // The file (a string is written as it is), then the e-mail and expiry loaded; an expiry of -1: nothing loads.
+  // The file, then the e-mail and expiry loaded; an expiry of -1: nothing loads.
   const std::tuple<Json, std::string, double> rows[] = {
       {{{"access_token", "a"}, {"refresh_token", "r"}, {"email", "e@x.y"}, {"expires_at", 5}}, "e@x.y", 5},
       {{{"access_token", claimed}, {"refresh_token", "r"}, {"expires_at", 9}}, "", 9},
@@ -58,7 +165,7 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   };
   for (const auto& [contents, email, expiry] : rows) {
     ClearSessionState();
-    Write("fcp-session.json", contents.is_string() ? contents.get<std::string>() : Dump(contents));
+    Write("fcp-session.json", Dump(contents));
     EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthSignedIn(), FcpAuthEmail(), CurrentSession().expiresAt}),
               (std::tuple{expiry >= 0, expiry >= 0, email, std::max(expiry, 0.0)})) << Dump(contents);
   }
@@ -66,9 +173,9 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
 
 // What a server, a token or a file says is shown and kept only if it is short and free of control characters.
 TEST_F(AuthTest, HostileTextsAreNeitherShownNorKeptNorSent) {
-  const std::pair<std::string, bool> rows[] = {{"line\nbreak@x.y", false},  {"\x1b[2J@x.y", false},           {"next\xc2\x85line@x.y", false},
-              {"del\x7f@x.y", false},      {std::string(321, 'a'), false}, {std::string(320, 'a'), true},
-              {"\xc3\xbc" "ber@x.y", true}};
+  const std::pair<std::string, bool> rows[] = {
+      {"line\nbreak@x.y", false}, {"\x1b[2J@x.y", false}, {"next\xc2\x85line@x.y", false}, {"del\x7f@x.y", false},
+      {std::string(321, 'a'), false}, {std::string(320, 'a'), true}, {"\xc3\xbc" "ber@x.y", true}};
   for (const auto& [text, showable] : rows) {
     SaveEmail("kept@x.y", CurrentLoginGeneration());
     SetStatusText("shown", false);
@@ -121,13 +228,6 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
                 " application/json");
 }
 
-// This process's descriptors open on `path`.
-long DescriptorsOn(const fs::path& path) {
-  std::error_code gone;
-  return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
-                               [&](const fs::path& fd) { return fs::equivalent(fd, path, gone); });
-}
-
 // Another process refreshes under the lock beside the file, or deletes the file: a pass waits for the lock and
 // follows the file rather than present a spent token. Where the lock's path is unusable the support folder is the
 // lock. A process that keeps the lock (stopped mid-refresh) delays the refresh to the next pass, not for ever.
@@ -156,7 +256,11 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
     std::atomic<bool> done{false};
     std::thread pass([&done] { RefreshIfNeeded(), done = true; });
     const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
-    ASSERT_TRUE(WaitUntil([&locked] { return DescriptorsOn(locked) == 2; })) << after;  // the pass's and ours
+    std::error_code gone;  // the descriptors open on the lock: the pass's and ours
+    ASSERT_TRUE(WaitUntil([&] {
+      return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
+                                   [&](const fs::path& fd) { return fs::equivalent(fd, locked, gone); }) == 2;
+    })) << after;
     EXPECT_EQ(WaitUntil([&done] { return done.load(); }, file == "kept" ? 5s : 0s), file == "kept") << after;
     if (file.empty()) fs::remove(Support("fcp-session.json"));
     if (!file.empty() && file != "kept") Write("fcp-session.json", file);
@@ -302,20 +406,15 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
 
 // A sign-out racing a caller that finds memory empty and reloads the file: the old session never comes back.
 TEST_F(AuthTest, SignOutRacingAReloadLeavesNoSession) {
-  std::atomic<bool> done{false};
   std::atomic<int> calls{0};
-  std::thread reader([&] { for (; !done; ++calls) FcpAuthHasSession(); });
-  int resurrected = 0;
+  std::jthread reader([&](std::stop_token stop) { for (; !stop.stop_requested(); ++calls) FcpAuthHasSession(); });
   for (int round = 0; round < 1000; ++round) {
     Write("fcp-session.json", Dump({{"access_token", "a"}, {"refresh_token", "r"}}));
     FcpAuthHasSession();
     FcpAuthLogout();
     for (int seen = calls; calls < seen + 2;) std::this_thread::yield();  // a reload racing the sign-out has ended
-    resurrected += HoldsSession(CurrentSession());
+    ASSERT_FALSE(HoldsSession(CurrentSession())) << round;
   }
-  done = true;
-  reader.join();
-  EXPECT_EQ(resurrected, 0);
 }
 
 // Malformed addresses, and header values that would smuggle in a header, give status 0 at once and send nothing.

@@ -35,10 +35,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using platform::Json, platform::JsonObject, platform::Dump, platform::EncodeBase64Url, platform::testing::WaitUntil;
 
-struct Reply {
-  int status = 200;
-  std::string body = "{}";
-};
+struct Reply { int status = 200; std::string body = "{}"; };
 using Responder = std::function<Reply(const httplib::Request&)>;
 const char kRelay[] = "/rest/v1/auth_relay";
 
@@ -84,10 +81,10 @@ class AuthTest : public ::testing::Test {
  protected:
   AuthTest() { Restart(); }
   ~AuthTest() override { release = true, ResetAuthForTesting(); }
-  void Restart() { ResetAuthForTesting(), UseSettings([](AuthSettings&) {}); }
-  void UseSettings(const std::function<void(AuthSettings&)>& change) {
-    AuthSettings settings{backend.BaseURL(), backend.BaseURL(), 2ms, 1h, 1h};
-    settings.refreshRetryDelays = {1ms, 2ms, 4ms};
+  void Restart(const std::function<void(AuthSettings&)>& change = [](AuthSettings&) {}) {
+    ResetAuthForTesting(), release = false;
+    AuthSettings settings{.authBaseURL = backend.BaseURL(), .apiBaseURL = backend.BaseURL(), .pollInterval = 2ms,
+                          .timerFirstDelay = 1h, .timerPeriod = 1h, .refreshRetryDelays = {1ms, 2ms, 4ms}};
     change(settings);
     SetAuthSettingsForTesting(settings);
   }
@@ -115,7 +112,7 @@ class AuthTest : public ::testing::Test {
   }
   void SignedIn(double expiresAt, const std::string& email = "e@x.y") const {
     Write("fcp-session.json",
-          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", expiresAt}}));
+          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", int64_t(expiresAt)}}));
   }
 
   std::atomic<bool> release{false};  // outlives the backend, whose handlers may wait on it
@@ -195,23 +192,20 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
   // Expiry, e-mail, answer, then the refresh status (0: none sent, or no answer), the file (access, refresh, e-mail,
   // expiry) and the status afterwards.
   const std::tuple<double, std::string, Reply, std::string> rows[] = {
-      {now + 61, "e@x.y", {200, R"({"access_token":"a2"})"}, "0 a1 r1 e@x.y 1700000061 e@x.y"},
-      {0, "", {200, R"({"access_token":"a2"})"}, "0 a1 r1 u@x.y 0 u@x.y"},
+      {now + 61, "e@x.y", {200, R"({"access_token":"a2"})"}, R"(0 ["a1","r1","e@x.y",1700000061] e@x.y)"},
+      {0, "", {200, R"({"access_token":"a2"})"}, R"(0 ["a1","r1","u@x.y",0] u@x.y)"},
       {now + 60, "e@x.y", {200, R"({"access_token":"a2","expires_in":60,"expires_at":1})"},
-       "200 a2 r1 e@x.y 1700000060 e@x.y"},
+       R"(200 ["a2","r1","e@x.y",1700000060] e@x.y)"},
       {now - 9, "e@x.y", {200, Dump({{"access_token", "a2"}, {"user", {{"email", "user@x.y"}}}})},
-       "200 a2 r1 user@x.y 1699999991 user@x.y"},
-      {now, "e@x.y", {500}, "500 a1 r1 e@x.y 1700000000 e@x.y"},
-      {now, "e@x.y", {200, std::string(9 << 20, ' ')}, "0 a1 r1 e@x.y 1700000000 e@x.y"},  // over the size limit
+       R"(200 ["a2","r1","user@x.y",1699999991] user@x.y)"},
+      {now, "e@x.y", {500}, R"(500 ["a1","r1","e@x.y",1700000000] e@x.y)"},
+      {now, "e@x.y", {200, std::string(9 << 20, ' ')}, R"(0 ["a1","r1","e@x.y",1700000000] e@x.y)"},  // too big
       {now, "e@x.y", {401}, "401" + expired},
       {now, "e@x.y", {200, R"({"access_token":""})"}, "200" + expired},
   };
-  const auto filed = [this]() -> std::string {
-    std::optional<Json> file = JsonObject(Read("fcp-session.json"));
-    if (!file) return "none";
-    auto text = [&](const char* key) { return (*file)[key].get<std::string>() + " "; };
-    int64_t expiresAt = (*file)["expires_at"];
-    return text("access_token") + text("refresh_token") + text("email") + std::to_string(expiresAt);
+  const auto filed = [this] {
+    std::optional<Json> f = JsonObject(Read("fcp-session.json"));
+    return f ? Dump({(*f)["access_token"], (*f)["refresh_token"], (*f)["email"], (*f)["expires_at"]}) : "none";
   };
   for (const auto& [expiresAt, email, answer, after] : rows) {
     Restart();
@@ -245,17 +239,15 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
       {"", folder, " Signed out"},          {refreshed, dangling, "r3 Signed in"}, {"kept", nullptr, "r1 e@x.y"},
   };
   for (const auto& [file, atLockPath, after] : rows) {
-    Restart();
-    UseSettings([](AuthSettings& s) { s.lockWait = 300ms; });
+    Restart([](AuthSettings& s) { s.lockWait = 300ms; });
     SignedIn(clock.Now() + 30);
     fs::remove_all(Support("fcp-session.lock"));
     ASSERT_TRUE(!atLockPath || atLockPath());
-    int lock = atLockPath ? open(Support(".").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                              : open(Support("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
+    int lock = open(locked.c_str(), (atLockPath ? O_RDONLY | O_DIRECTORY : O_RDWR | O_CREAT) | O_CLOEXEC, 0600);
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
     std::atomic<bool> done{false};
     std::thread pass([&done] { RefreshIfNeeded(), done = true; });
-    const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
     std::error_code gone;  // the descriptors open on the lock: the pass's and ours
     ASSERT_TRUE(WaitUntil([&] {
       return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
@@ -282,10 +274,8 @@ TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
       {"a server error", {{503}, kRotated}, "1 r1 e@x.y"},
   };
   for (const auto& [what, answers, after] : rows) {
-    Restart();
-    UseSettings([](AuthSettings& s) { s.refreshIdle = 100ms; });
+    Restart([](AuthSettings& s) { s.refreshIdle = 100ms; });
     const size_t before = backend.Seen("/auth/v1/token").size();
-    release = false;
     backend.Answer("/auth/v1/token", [&answers = answers, before, this](const httplib::Request&) {
       const size_t mine = backend.Seen("/auth/v1/token").size() - before;
       Reply reply = answers.at(mine - 1);
@@ -359,7 +349,7 @@ TEST_F(AuthTest, RelayDeliversTheSession) {
 TEST_F(AuthTest, PollsGoOnWhileAPassHangsAndASecondSignInSupersedesTheFirst) {
   backend.Answer("/auth/v1/user", Held(Reply{}));
   backend.Answer(kRelay, Reply{200, "[]"});
-  UseSettings([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = s.pollInterval = 10ms; });
+  Restart([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = s.pollInterval = 10ms; });
   SignedIn(clock.Now() + 3600, "");
   FcpAuthLogin();
   std::string first = FlowId();
@@ -387,9 +377,7 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
       {"/auth/v1/token", kRotated, RefreshIfNeeded, [this] { fs::remove(Support("fcp-session.json")); }, "Signed out"},
   };
   for (const auto& [path, answer, send, interrupt, status] : rows) {
-    Restart();
-    release = false;
-    UseSettings([](AuthSettings& settings) { settings.pollInterval = 50ms; });
+    Restart([](AuthSettings& s) { s.pollInterval = 50ms; });
     for (const char* other : {"/auth/v1/token", "/auth/v1/user", kRelay}) backend.Answer(other, Reply{503});
     backend.Answer(path, Held(answer));
     SignedIn(clock.Now(), "");
@@ -466,9 +454,8 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
     if (!installId) installId = Read("fcp-install-id.txt").value_or("");
     EXPECT_EQ(Read("fcp-heartbeat-day.txt").value_or("none") + " " + sent.back().get_header_value("Authorization") +
                   " " + sent.back().body,
-              day + " Bearer " + kKey + " " +
-                  Dump({{"host", "fcp"}, {"installId", *installId},
-                        {"platform", "linux"}, {"product", "vask"}, {"version", version}}));
+              day + " Bearer " + kKey + " " + Dump({{"host", "fcp"}, {"installId", *installId}, {"platform", "linux"},
+                                                     {"product", "vask"}, {"version", version}}));
   }
   EXPECT_TRUE(std::regex_match(*installId, kUuid)) << *installId;
   EXPECT_EQ(log.Snapshot(), std::vector<std::string>{"[Orvistelle] heartbeat failed (503)"});

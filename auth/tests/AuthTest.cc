@@ -110,9 +110,9 @@ class AuthTest : public ::testing::Test {
     std::ifstream file(Support(name), std::ios::binary);
     return file ? std::optional(std::string(std::istreambuf_iterator<char>(file), {})) : std::nullopt;
   }
-  void SignedIn(double expiresAt, const std::string& email = "e@x.y") const {
+  void SignedIn(double expiry, const std::string& email = "e@x.y") const {
     Write("fcp-session.json",
-          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", int64_t(expiresAt)}}));
+          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", int64_t(expiry)}}));
   }
 
   std::atomic<bool> release{false};  // outlives the backend, whose handlers may wait on it

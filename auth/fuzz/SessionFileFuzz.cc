@@ -14,22 +14,14 @@ namespace {
 using namespace orvistelle;
 using namespace orvistelle::auth;
 
-// A home folder of the run's own, made once and removed at exit: the real one is never read or written.
-platform::testing::TempDir* gTemp = nullptr;
-
-Session Loaded() {
-  ResetSessionMemory();
-  LoadSession();
-  return CurrentSession();
-}
+Session Loaded() { return ResetSessionMemory(), LoadSession(), CurrentSession(); }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  gTemp = new platform::testing::TempDir;
-  platform::Seam<platform::Home>::Override(new platform::testing::FakeHome(gTemp->path().string()));
+  static platform::testing::TempDir home;  // the run's own, removed at exit: the real one is never read or written
+  platform::Seam<platform::Home>::Override(new platform::testing::FakeHome(home.path().string()));
   EnsureDir();
-  std::atexit([] { delete gTemp; });
   return 0;
 }
 

@@ -1,27 +1,131 @@
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include "auth/AccessClaims.h"
+#include "auth/AuthTesting.h"
 #include "auth/Background.h"
 #include "auth/Heartbeat.h"
 #include "auth/Http.h"
 #include "auth/Maintenance.h"
 #include "auth/Session.h"
 #include "auth/Status.h"
-#include "auth/tests/TestSupport.h"
 #include "orvistelle/BuildConfig.h"
+#include "orvistelle/FcpAuth.h"
+#include "platform/Base64.h"
+#include "platform/Json.h"
+#include "platform/testing/FakePlatform.h"
 #include "platform/testing/FaultInjection.h"
+#include "platform/testing/LoopbackServer.h"
 
+// A loopback backend that records what it is sent, and a fixture with every seam the account session uses faked.
 namespace orvistelle::auth::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using platform::Json, platform::JsonObject, platform::Dump, platform::EncodeBase64Url, platform::testing::WaitUntil;
+
+struct Reply { int status = 200; std::string body = "{}"; };
+using Responder = std::function<Reply(const httplib::Request&)>;
+const char kRelay[] = "/rest/v1/auth_relay";
+
+// Records every request by path and answers it as the test said; other paths get 404.
+class Backend {
+ public:
+  void Answer(const std::string& path, Responder responder) {
+    std::lock_guard lock(mutex_);
+    responders_[path] = std::move(responder);
+  }
+  void Answer(const std::string& path, Reply reply) { Answer(path, [reply](auto&) { return reply; }); }
+  std::vector<httplib::Request> Seen(const std::string& path) {
+    std::lock_guard lock(mutex_);
+    return seen_[path];
+  }
+  std::string BaseURL() const { return server_.BaseURL(); }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, Responder> responders_;
+  std::map<std::string, std::vector<httplib::Request>> seen_;
+  platform::testing::LoopbackServer server_{[this](httplib::Server& server) {
+    auto handle = [this](const httplib::Request& request, httplib::Response& response) {
+      std::unique_lock lock(mutex_);
+      seen_[request.path].push_back(request);
+      Responder responder = responders_[request.path];
+      lock.unlock();
+      Reply reply = responder ? responder(request) : Reply{404};
+      response.status = reply.status;
+      response.set_content(reply.body, "application/json");
+    };
+    server.Get(".*", handle);
+    server.Post(".*", handle);
+  }};
+};
+
+// A JWT with the given claims and a signature nobody checks.
+std::string Jwt(const Json& claims) { return "eyJhbGciOiJIUzI1NiJ9." + EncodeBase64Url(Dump(claims)) + ".c2ln"; }
+
+// Every seam faked, a private home folder, the module pointed at the backend with fast polls and a timer that only
+// fires when a test asks. The module is reset afterwards.
+class AuthTest : public ::testing::Test {
+ protected:
+  AuthTest() { Restart(); }
+  ~AuthTest() override { release = true, ResetAuthForTesting(); }
+  void Restart(const std::function<void(AuthSettings&)>& change = [](AuthSettings&) {}) {
+    ResetAuthForTesting(), release = false;
+    AuthSettings settings{.authBaseURL = backend.BaseURL(), .apiBaseURL = backend.BaseURL(), .pollInterval = 2ms,
+                          .timerFirstDelay = 1h, .timerPeriod = 1h, .refreshRetryDelays = {1ms, 2ms, 4ms}};
+    change(settings);
+    SetAuthSettingsForTesting(settings);
+  }
+  Responder Held(Reply reply) {  // answers once `release` is set
+    return [this, reply](const httplib::Request&) { return WaitUntil([this] { return release.load(); }, 10s), reply; };
+  }
+  size_t Polls(const std::string& flowId = "") {  // sign-in polls, or those of one flow
+    size_t polls = 0;
+    for (const httplib::Request& poll : backend.Seen(kRelay)) polls += poll.target.find(flowId) != poll.target.npos;
+    return polls;
+  }
+  std::string FlowId() {  // of the last sign-in page opened
+    std::string url = browser.Snapshot().back();
+    return url.substr(url.find("flowId=") + 7);
+  }
+  std::string Status() { return FcpAuthStatus() + (FcpAuthStatusIsError() ? " (error)" : ""); }
+  fs::path Support(const std::string& name) const { return home.path() / ".local/share/orvistelle" / name; }
+  void Write(const std::string& name, const std::string& contents) const {
+    fs::create_directories(Support("."));
+    std::ofstream(Support(name), std::ios::binary) << contents;
+  }
+  std::optional<std::string> Read(const std::string& name) const {
+    std::ifstream file(Support(name), std::ios::binary);
+    return file ? std::optional(std::string(std::istreambuf_iterator<char>(file), {})) : std::nullopt;
+  }
+  void SignedIn(double expiry, const std::string& email = "e@x.y") const {
+    Write("fcp-session.json",
+          Dump({{"access_token", "a1"}, {"refresh_token", "r1"}, {"email", email}, {"expires_at", int64_t(expiry)}}));
+  }
+
+  std::atomic<bool> release{false};  // outlives the backend, whose handlers may wait on it
+  Backend backend;
+  platform::testing::TempDir home;
+  platform::testing::FakeClock clock;
+  platform::testing::FakeHome fakeHome{home.path().string()};
+  platform::testing::RecordingBrowser browser;
+  platform::testing::RecordingLog log;
+  platform::testing::FakeBundle bundle;
+  platform::testing::FakeLanguages languages{{"en-US"}};
+  platform::testing::ScopedFakes seams_{&clock, &fakeHome, &browser, &log, &bundle, &languages};
+};
 
 const char kHeartbeat[] = "/console/v1/plugin/heartbeat";
 const std::string kKey = config::kPublicApiKey;
@@ -44,7 +148,7 @@ TEST(DevOverridesAtStart, ReplaceTheEndpointsAndTheTimer) {
 TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   const auto tokens = [](const std::string& access) { return Json{{"access_token", access}, {"refresh_token", "r"}}; };
   const std::string claimed = Jwt({{"email", "claim@x.y"}, {"exp", 1700000500}});
-  // The file (a string is written as it is), then the e-mail and expiry loaded; an expiry of -1: nothing loads.
+  // The file, then the e-mail and expiry loaded; an expiry of -1: nothing loads.
   const std::tuple<Json, std::string, double> rows[] = {
       {{{"access_token", "a"}, {"refresh_token", "r"}, {"email", "e@x.y"}, {"expires_at", 5}}, "e@x.y", 5},
       {{{"access_token", claimed}, {"refresh_token", "r"}, {"expires_at", 9}}, "", 9},
@@ -58,7 +162,7 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
   };
   for (const auto& [contents, email, expiry] : rows) {
     ClearSessionState();
-    Write("fcp-session.json", contents.is_string() ? contents.get<std::string>() : Dump(contents));
+    Write("fcp-session.json", Dump(contents));
     EXPECT_EQ((std::tuple{FcpAuthHasSession(), FcpAuthSignedIn(), FcpAuthEmail(), CurrentSession().expiresAt}),
               (std::tuple{expiry >= 0, expiry >= 0, email, std::max(expiry, 0.0)})) << Dump(contents);
   }
@@ -66,9 +170,9 @@ TEST_F(AuthTest, LoadsOnlyCompleteSessions) {
 
 // What a server, a token or a file says is shown and kept only if it is short and free of control characters.
 TEST_F(AuthTest, HostileTextsAreNeitherShownNorKeptNorSent) {
-  const std::pair<std::string, bool> rows[] = {{"line\nbreak@x.y", false},  {"\x1b[2J@x.y", false},           {"next\xc2\x85line@x.y", false},
-              {"del\x7f@x.y", false},      {std::string(321, 'a'), false}, {std::string(320, 'a'), true},
-              {"\xc3\xbc" "ber@x.y", true}};
+  const std::pair<std::string, bool> rows[] = {
+      {"line\nbreak@x.y", false}, {"\x1b[2J@x.y", false}, {"next\xc2\x85line@x.y", false}, {"del\x7f@x.y", false},
+      {std::string(321, 'a'), false}, {std::string(320, 'a'), true}, {"\xc3\xbc" "ber@x.y", true}};
   for (const auto& [text, showable] : rows) {
     SaveEmail("kept@x.y", CurrentLoginGeneration());
     SetStatusText("shown", false);
@@ -88,23 +192,20 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
   // Expiry, e-mail, answer, then the refresh status (0: none sent, or no answer), the file (access, refresh, e-mail,
   // expiry) and the status afterwards.
   const std::tuple<double, std::string, Reply, std::string> rows[] = {
-      {now + 61, "e@x.y", {200, R"({"access_token":"a2"})"}, "0 a1 r1 e@x.y 1700000061 e@x.y"},
-      {0, "", {200, R"({"access_token":"a2"})"}, "0 a1 r1 u@x.y 0 u@x.y"},
+      {now + 61, "e@x.y", {200, R"({"access_token":"a2"})"}, R"(0 ["a1","r1","e@x.y",1700000061] e@x.y)"},
+      {0, "", {200, R"({"access_token":"a2"})"}, R"(0 ["a1","r1","u@x.y",0] u@x.y)"},
       {now + 60, "e@x.y", {200, R"({"access_token":"a2","expires_in":60,"expires_at":1})"},
-       "200 a2 r1 e@x.y 1700000060 e@x.y"},
+       R"(200 ["a2","r1","e@x.y",1700000060] e@x.y)"},
       {now - 9, "e@x.y", {200, Dump({{"access_token", "a2"}, {"user", {{"email", "user@x.y"}}}})},
-       "200 a2 r1 user@x.y 1699999991 user@x.y"},
-      {now, "e@x.y", {500}, "500 a1 r1 e@x.y 1700000000 e@x.y"},
-      {now, "e@x.y", {200, std::string(9 << 20, ' ')}, "0 a1 r1 e@x.y 1700000000 e@x.y"},  // over the size limit
+       R"(200 ["a2","r1","user@x.y",1699999991] user@x.y)"},
+      {now, "e@x.y", {500}, R"(500 ["a1","r1","e@x.y",1700000000] e@x.y)"},
+      {now, "e@x.y", {200, std::string(9 << 20, ' ')}, R"(0 ["a1","r1","e@x.y",1700000000] e@x.y)"},  // too big
       {now, "e@x.y", {401}, "401" + expired},
       {now, "e@x.y", {200, R"({"access_token":""})"}, "200" + expired},
   };
-  const auto filed = [this]() -> std::string {
-    std::optional<Json> file = JsonObject(Read("fcp-session.json"));
-    if (!file) return "none";
-    auto text = [&](const char* key) { return (*file)[key].get<std::string>() + " "; };
-    int64_t expiresAt = (*file)["expires_at"];
-    return text("access_token") + text("refresh_token") + text("email") + std::to_string(expiresAt);
+  const auto filed = [this] {
+    std::optional<Json> f = JsonObject(Read("fcp-session.json"));
+    return f ? Dump({(*f)["access_token"], (*f)["refresh_token"], (*f)["email"], (*f)["expires_at"]}) : "none";
   };
   for (const auto& [expiresAt, email, answer, after] : rows) {
     Restart();
@@ -119,13 +220,6 @@ TEST_F(AuthTest, RenewsSessionsAboutToExpireAndEndsRefusedOnes) {
                 refresh.get_header_value("apikey") + " " + refresh.get_header_value("Content-Type"),
             R"(/auth/v1/token?grant_type=refresh_token {"refresh_token":"r1"} Bearer )" + kKey + " " + kKey +
                 " application/json");
-}
-
-// This process's descriptors open on `path`.
-long DescriptorsOn(const fs::path& path) {
-  std::error_code gone;
-  return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
-                               [&](const fs::path& fd) { return fs::equivalent(fd, path, gone); });
 }
 
 // Another process refreshes under the lock beside the file, or deletes the file: a pass waits for the lock and
@@ -145,18 +239,20 @@ TEST_F(AuthTest, FollowsWhatAnotherProcessDidUnderTheLock) {
       {"", folder, " Signed out"},          {refreshed, dangling, "r3 Signed in"}, {"kept", nullptr, "r1 e@x.y"},
   };
   for (const auto& [file, atLockPath, after] : rows) {
-    Restart();
-    UseSettings([](AuthSettings& s) { s.lockWait = 300ms; });
+    Restart([](AuthSettings& s) { s.lockWait = 300ms; });
     SignedIn(clock.Now() + 30);
     fs::remove_all(Support("fcp-session.lock"));
     ASSERT_TRUE(!atLockPath || atLockPath());
-    int lock = atLockPath ? open(Support(".").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                              : open(Support("fcp-session.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
+    int lock = open(locked.c_str(), (atLockPath ? O_RDONLY | O_DIRECTORY : O_RDWR | O_CREAT) | O_CLOEXEC, 0600);
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
     std::atomic<bool> done{false};
     std::thread pass([&done] { RefreshIfNeeded(), done = true; });
-    const fs::path locked = atLockPath ? Support(".") : Support("fcp-session.lock");
-    ASSERT_TRUE(WaitUntil([&locked] { return DescriptorsOn(locked) == 2; })) << after;  // the pass's and ours
+    std::error_code gone;  // the descriptors open on the lock: the pass's and ours
+    ASSERT_TRUE(WaitUntil([&] {
+      return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
+                                   [&](const fs::path& fd) { return fs::equivalent(fd, locked, gone); }) == 2;
+    })) << after;
     EXPECT_EQ(WaitUntil([&done] { return done.load(); }, file == "kept" ? 5s : 0s), file == "kept") << after;
     if (file.empty()) fs::remove(Support("fcp-session.json"));
     if (!file.empty() && file != "kept") Write("fcp-session.json", file);
@@ -178,10 +274,8 @@ TEST_F(AuthTest, ARotationWhoseAnswerIsLostKeepsTheSession) {
       {"a server error", {{503}, kRotated}, "1 r1 e@x.y"},
   };
   for (const auto& [what, answers, after] : rows) {
-    Restart();
-    UseSettings([](AuthSettings& s) { s.refreshIdle = 100ms; });
+    Restart([](AuthSettings& s) { s.refreshIdle = 100ms; });
     const size_t before = backend.Seen("/auth/v1/token").size();
-    release = false;
     backend.Answer("/auth/v1/token", [&answers = answers, before, this](const httplib::Request&) {
       const size_t mine = backend.Seen("/auth/v1/token").size() - before;
       Reply reply = answers.at(mine - 1);
@@ -255,7 +349,7 @@ TEST_F(AuthTest, RelayDeliversTheSession) {
 TEST_F(AuthTest, PollsGoOnWhileAPassHangsAndASecondSignInSupersedesTheFirst) {
   backend.Answer("/auth/v1/user", Held(Reply{}));
   backend.Answer(kRelay, Reply{200, "[]"});
-  UseSettings([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = s.pollInterval = 10ms; });
+  Restart([](AuthSettings& s) { s.timerFirstDelay = s.timerPeriod = s.pollInterval = 10ms; });
   SignedIn(clock.Now() + 3600, "");
   FcpAuthLogin();
   std::string first = FlowId();
@@ -283,9 +377,7 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
       {"/auth/v1/token", kRotated, RefreshIfNeeded, [this] { fs::remove(Support("fcp-session.json")); }, "Signed out"},
   };
   for (const auto& [path, answer, send, interrupt, status] : rows) {
-    Restart();
-    release = false;
-    UseSettings([](AuthSettings& settings) { settings.pollInterval = 50ms; });
+    Restart([](AuthSettings& s) { s.pollInterval = 50ms; });
     for (const char* other : {"/auth/v1/token", "/auth/v1/user", kRelay}) backend.Answer(other, Reply{503});
     backend.Answer(path, Held(answer));
     SignedIn(clock.Now(), "");
@@ -302,20 +394,15 @@ TEST_F(AuthTest, AnswersArrivingAfterASignOutOrANewerSignInAreDropped) {
 
 // A sign-out racing a caller that finds memory empty and reloads the file: the old session never comes back.
 TEST_F(AuthTest, SignOutRacingAReloadLeavesNoSession) {
-  std::atomic<bool> done{false};
   std::atomic<int> calls{0};
-  std::thread reader([&] { for (; !done; ++calls) FcpAuthHasSession(); });
-  int resurrected = 0;
+  std::jthread reader([&](std::stop_token stop) { for (; !stop.stop_requested(); ++calls) FcpAuthHasSession(); });
   for (int round = 0; round < 1000; ++round) {
     Write("fcp-session.json", Dump({{"access_token", "a"}, {"refresh_token", "r"}}));
     FcpAuthHasSession();
     FcpAuthLogout();
     for (int seen = calls; calls < seen + 2;) std::this_thread::yield();  // a reload racing the sign-out has ended
-    resurrected += HoldsSession(CurrentSession());
+    ASSERT_FALSE(HoldsSession(CurrentSession())) << round;
   }
-  done = true;
-  reader.join();
-  EXPECT_EQ(resurrected, 0);
 }
 
 // Malformed addresses, and header values that would smuggle in a header, give status 0 at once and send nothing.
@@ -367,9 +454,8 @@ TEST_F(AuthTest, HeartbeatGoesOncePerUtcDay) {
     if (!installId) installId = Read("fcp-install-id.txt").value_or("");
     EXPECT_EQ(Read("fcp-heartbeat-day.txt").value_or("none") + " " + sent.back().get_header_value("Authorization") +
                   " " + sent.back().body,
-              day + " Bearer " + kKey + " " +
-                  Dump({{"host", "fcp"}, {"installId", *installId},
-                        {"platform", "linux"}, {"product", "vask"}, {"version", version}}));
+              day + " Bearer " + kKey + " " + Dump({{"host", "fcp"}, {"installId", *installId}, {"platform", "linux"},
+                                                     {"product", "vask"}, {"version", version}}));
   }
   EXPECT_TRUE(std::regex_match(*installId, kUuid)) << *installId;
   EXPECT_EQ(log.Snapshot(), std::vector<std::string>{"[Orvistelle] heartbeat failed (503)"});

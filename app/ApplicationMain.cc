@@ -85,7 +85,8 @@ ServiceCalls ProductServices() {
 int ApplicationMain(int argc, char** argv) {
   // Without a display the platform plug-in would abort with a page of advice meant for Qt developers.
   if (!HasDisplay()) {
-    std::fprintf(stderr, "%s needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n", kWindowTitle);
+    (void)std::fprintf(stderr, "%s needs a graphical session: neither DISPLAY nor WAYLAND_DISPLAY is set.\n",
+                       kWindowTitle);
     return 1;
   }
   platform::StartDiagnosticsLog();

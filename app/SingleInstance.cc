@@ -98,7 +98,7 @@ Reply AskToRaise(const QByteArray& path, bool copyRuns) {
 }
 
 bool StartAlone(const std::string& why) {
-  std::fprintf(stderr, "%s: cannot reach a running copy (%s); starting a new one.\n", kWindowTitle, why.c_str());
+  (void)std::fprintf(stderr, "%s: cannot reach a running copy (%s); starting a new one.\n", kWindowTitle, why.c_str());
   return false;
 }
 

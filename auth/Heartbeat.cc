@@ -1,5 +1,6 @@
 #include "auth/Heartbeat.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -65,9 +66,9 @@ std::string UtcDay(double seconds) {
   auto moment = sys_seconds(std::chrono::seconds(static_cast<int64_t>(std::floor(seconds))));
   year_month_day day(floor<days>(moment));
   char text[sizeof "-2147483648-12-31"];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
-                static_cast<unsigned>(day.day()));
-  return text;
+  const int length = std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(day.year()),
+                                   static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
+  return std::string(text, static_cast<size_t>(std::max(length, 0)));
 }
 
 void ReportHeartbeatIfNeeded() {

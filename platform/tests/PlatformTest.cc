@@ -9,6 +9,7 @@
 #include <future>
 #include <regex>
 
+#include "platform/Base64.h"
 #include "platform/DevOverrides.h"
 #include "platform/DiagnosticsLog.h"
 #include "platform/HttpTransport.h"
@@ -58,6 +59,29 @@ TEST(DevOverrides, TakeOnlyWellFormedValues) {
     setenv(name, value, 1);
     EXPECT_EQ(taken(), read) << name << "=" << value;
     unsetenv(name);
+  }
+}
+
+// A malformed signature or token must be refused whole, never read in part.
+TEST(Base64, DecodesOnlyWhatTheAlphabetAndPaddingRuleAllow) {
+  using enum Base64Padding;
+  // Name, text, whether in the URL-safe alphabet, padding rule, bytes.
+  const std::tuple<const char*, std::string_view, bool, Base64Padding, std::optional<std::string>> rows[] = {
+      {"empty", "", false, kRequired, ""}, {"whole group", "TWFu", false, kRequired, "Man"},
+      {"two padding", "TQ==", false, kRequired, "M"}, {"one padding", "TWE=", false, kRequired, "Ma"},
+      {"required padding missing", "TWE", false, kRequired, {}}, {"past the group", "TWFu====", false, kRequired, {}},
+      {"only padding", "====", false, kRequired, {}}, {"padding inside", "TQ==TWFu", false, kRequired, {}},
+      {"white space", "TWFu\n", false, kRequired, {}}, {"non-ASCII", "TWF\xc3", false, kRequired, {}},
+      {"standard", "+/8=", false, kRequired, "\xfb\xff"}, {"url in standard", "-_8=", false, kRequired, {}},
+      {"url", "-_-_-w", true, kForbidden, "\xfb\xff\xbf\xfb"}, {"standard in url", "+/8", true, kForbidden, {}},
+      {"forbidden padding", "TWE=", true, kForbidden, {}}, {"lone last character", "TWFuT", true, kForbidden, {}},
+      {"optional absent", "TWE", true, kOptional, "Ma"}, {"optional in part", "TQ=", true, kOptional, "M"},
+      {"optional past the group", "TWE==", true, kOptional, {}}};
+  for (const auto& [name, text, url, padding, bytes] : rows) {
+    EXPECT_EQ(url ? DecodeBase64Url(text, padding) : DecodeBase64(text, padding), bytes) << name;
+    // Encoding writes the standard alphabet padded and the URL-safe one unpadded.
+    if (bytes && (!url || text.find('=') == text.npos))
+      EXPECT_EQ(url ? EncodeBase64Url(*bytes) : EncodeBase64(*bytes), text) << name << " encoded";
   }
 }
 
@@ -155,17 +179,15 @@ bool ReturnsWithin(std::chrono::milliseconds limit, std::function<void()> call) 
   return returned.wait_for(limit) == std::future_status::ready;
 }
 
-// Another program's files may be anything: a pipe or a folder where a property list or a desktop entry should be
-// holds up no caller and reads as nothing.
-TEST(InfoPlist, APipeOrAFolderAtThePathReadsAsNothingAtOnce) {
+// Another program's files may be anything: a pipe where a property list or a desktop entry should be holds up no
+// caller and reads as nothing.
+TEST(InfoPlist, APipeAtThePathReadsAsNothingAtOnce) {
   testing::TempDir temp;
-  for (const std::string layout : {"pipe|", "folder"}) {
-    Lay(temp.path(), layout);
-    const std::string path = temp.path() / layout.substr(0, layout.find('|'));
-    std::optional<std::map<std::string, std::string>> plist = {{}}, entry = {{}};
-    EXPECT_TRUE(ReturnsWithin(1s, [&] { plist = ReadInfoPlist(path), entry = ReadDesktopEntry(path); })) << layout;
-    EXPECT_EQ(std::pair(plist.has_value(), entry.has_value()), std::pair(false, false)) << layout;
-  }
+  Lay(temp.path(), "pipe|");
+  const std::string path = temp.path() / "pipe";
+  std::optional<std::map<std::string, std::string>> plist = {{}}, entry = {{}};
+  EXPECT_TRUE(ReturnsWithin(1s, [&] { plist = ReadInfoPlist(path), entry = ReadDesktopEntry(path); }));
+  EXPECT_EQ(std::pair(plist.has_value(), entry.has_value()), std::pair(false, false));
 }
 
 // Whatever lies at the log's paths, no caller waits on it, and nothing is written into it: the lines are lost. A

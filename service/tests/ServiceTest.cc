@@ -18,6 +18,7 @@
 #include "platform/HttpTransport.h"
 #include "platform/testing/ChildProcess.h"
 #include "platform/testing/LoopbackServer.h"
+#include "service/ServicesReport.h"
 #include "tools/devbackend/DevBackend.h"
 #include "update/UpdateTesting.h"
 #include "update/tests/TestSupport.h"
@@ -139,6 +140,8 @@ TEST_F(Service, InThisProcess) {
   FcpUpdateMaintain();
   ASSERT_TRUE(update::WaitForCheckForTesting(20s));
   ASSERT_TRUE(FcpServiceUpdateForced());
+  EXPECT_EQ(std::pair(service::CurrentBackendEndpoints().user, service::ReportServicesNow().update),
+            std::pair(backend_->BaseURL() + "/auth/v1/user", std::string("required")));
   auth::SetStatusText("first", true);
   const char* first = FcpServiceStatus();
   FcpServiceLogin();

@@ -79,9 +79,9 @@ TEST(Base64, DecodesOnlyWhatTheAlphabetAndPaddingRuleAllow) {
       {"optional past the group", "TWE==", true, kOptional, {}}};
   for (const auto& [name, text, url, padding, bytes] : rows) {
     EXPECT_EQ(url ? DecodeBase64Url(text, padding) : DecodeBase64(text, padding), bytes) << name;
-    // Encoding writes the standard alphabet padded and the URL-safe one unpadded.
-    if (bytes && (!url || text.find('=') == text.npos))
+    if (bytes && (!url || text.find('=') == text.npos)) {  // encoded: the standard alphabet padded, the URL one not
       EXPECT_EQ(url ? EncodeBase64Url(*bytes) : EncodeBase64(*bytes), text) << name << " encoded";
+    }
   }
 }
 
@@ -114,8 +114,8 @@ TEST(Json, ReadsAMemberOnlyAsTheTypeAsked) {
   ASSERT_TRUE(object);
   const struct {
     const char* key;
-    std::optional<std::string> string, nonEmpty;
-    std::optional<double> number;
+    std::optional<std::string> string{}, nonEmpty{};
+    std::optional<double> number{};
     bool isObject = false;
   } rows[] = {{.key = "s", .string = "x", .nonEmpty = "x"}, {.key = "e", .string = ""}, {.key = "n", .number = 2.5},
               {.key = "b"}, {.key = "o", .isObject = true}, {.key = "a"}, {.key = "missing"}};

@@ -101,7 +101,7 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
     const char* what;
     std::function<void()> arrange = [] {};
     std::function<std::optional<std::string>(const Body&)> run = [](const Body& press) { return press(); };
-    std::string reason;  // "": any non-empty one
+    std::string reason{};  // "": any non-empty one
   } cases[] = {
       {.what = "a file type no copy can take",
        .arrange = [this] { mkfifo((BundledTemplate() / "pipe").c_str(), 0600); }},
@@ -126,7 +126,7 @@ TEST_F(SetupTest, FailuresAreReportedAndChangeNothing) {
     if (!hint) GTEST_SKIP() << "no read-only folder can be had here: no mount namespace for root";
     EXPECT_TRUE(hint->starts_with(kInstallFailed)) << *hint;
     EXPECT_GT(hint->size(), kInstallFailed.size());
-    if (!c.reason.empty()) EXPECT_EQ(*hint, kInstallFailed + c.reason);
+    if (!c.reason.empty()) { EXPECT_EQ(*hint, kInstallFailed + c.reason); }
     EXPECT_EQ(fault::Snapshot(home_.Directory()), before);
     fs::remove(BundledTemplate() / "pipe");
     failStagedMove = false;

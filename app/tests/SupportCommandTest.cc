@@ -32,7 +32,7 @@ TEST_F(SupportCommand, ExitCodeAndWhereTheTextGoes) {
   const struct {
     std::vector<std::string> args;
     int exit = 2;
-    std::string out, err = usage;  // the start of standard output and error
+    std::string out{}, err = usage;  // the start of standard output and error
   } cases[] = {
       {.args = {"--version"}, .exit = 0, .out = std::string("orvistelle-fcp ") + config::kVersion + "\n", .err = ""},
       {.args = {"--help"}, .exit = 0, .out = usage, .err = ""}, {.args = {}}, {.args = {"frobnicate"}},
